@@ -1,0 +1,120 @@
+#include "platform/Paths.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <optional>
+
+#include "platform/Log.h"
+
+namespace qm {
+namespace {
+
+// Sets environment variables for one test and puts the old values back afterwards.
+class PathsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string pattern = std::filesystem::temp_directory_path().string() + "/paths_test-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        _directory = pattern;
+        for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "TMPDIR"}) {
+            const char* value = std::getenv(name);
+            _saved.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+            unsetenv(name);
+        }
+        setenv("HOME", _directory.c_str(), 1);
+    }
+    void TearDown() override {
+        for (const auto& [name, value] : _saved) {
+            if (value) {
+                setenv(name.c_str(), value->c_str(), 1);
+            } else {
+                unsetenv(name.c_str());
+            }
+        }
+        Bundle::setIdentifier("");
+        std::filesystem::remove_all(_directory);
+    }
+
+    std::string _directory;
+    std::vector<std::pair<std::string, std::optional<std::string>>> _saved;
+};
+
+TEST_F(PathsTest, XDGVariablesWinWhenAbsolute) {
+    EXPECT_EQ(Paths::homeDirectory(), _directory);
+    EXPECT_EQ(Paths::applicationSupport(), _directory + "/.local/share");
+    EXPECT_EQ(Paths::configHome(), _directory + "/.config");
+
+    setenv("XDG_DATA_HOME", "/srv/data/", 1);
+    setenv("XDG_CONFIG_HOME", "/srv/config", 1);
+    EXPECT_EQ(Paths::applicationSupport(), "/srv/data");
+    EXPECT_EQ(Paths::configHome(), "/srv/config");
+
+    // Relative or empty values are not paths and are ignored.
+    setenv("XDG_DATA_HOME", "relative/data", 1);
+    setenv("XDG_CONFIG_HOME", "", 1);
+    EXPECT_EQ(Paths::applicationSupport(), _directory + "/.local/share");
+    EXPECT_EQ(Paths::configHome(), _directory + "/.config");
+
+    setenv("XDG_RUNTIME_DIR", "/run/user/4242/", 1);
+    EXPECT_EQ(Paths::runtimeDir(), "/run/user/4242");
+
+    // Nothing is made on the way.
+    EXPECT_FALSE(std::filesystem::exists(_directory + "/.local"));
+}
+
+TEST_F(PathsTest, RuntimeDirFallbackIsPrivate) {
+    setenv("TMPDIR", _directory.c_str(), 1);
+    const std::string expected = _directory + "/qm-runtime-" + std::to_string(getuid());
+    // A directory of ours that is too open is closed up.
+    ASSERT_EQ(mkdir(expected.c_str(), 0755), 0);
+    ASSERT_EQ(chmod(expected.c_str(), 0755), 0);
+
+    LogCapture capture;
+    EXPECT_EQ(Paths::runtimeDir(), expected);
+    struct stat info {};
+    ASSERT_EQ(lstat(expected.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISDIR(info.st_mode));
+    EXPECT_EQ(info.st_uid, getuid());
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+
+    // When the name is taken by something else, a fresh private directory is used instead.
+    std::filesystem::remove(expected);
+    std::filesystem::create_directory_symlink(_directory, expected);
+    const std::string fallback = Paths::runtimeDir();
+    EXPECT_NE(fallback, expected);
+    EXPECT_EQ(fallback.rfind(expected + "-", 0), 0u) << fallback;
+    ASSERT_EQ(lstat(fallback.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISDIR(info.st_mode));
+    EXPECT_EQ(info.st_mode & 0777, 0700u);
+    EXPECT_EQ(Paths::runtimeDir(), fallback);
+    EXPECT_EQ(capture.count("Warning: runtime directory " + expected + " is not private; using " + fallback), 1u);
+    EXPECT_EQ(capture.lines().size(), 1u);
+}
+
+TEST_F(PathsTest, CreateDirectoriesMakesParents) {
+    const std::string nested = _directory + "/a/b/c";
+    EXPECT_TRUE(Paths::createDirectories(nested));
+    EXPECT_TRUE(std::filesystem::is_directory(nested));
+    EXPECT_TRUE(Paths::createDirectories(nested));
+
+    std::ofstream(_directory + "/file") << "x";
+    EXPECT_FALSE(Paths::createDirectories(_directory + "/file/sub"));
+    EXPECT_FALSE(Paths::createDirectories(_directory + "/file"));
+}
+
+TEST_F(PathsTest, BundleIdentifierIsSettable) {
+    EXPECT_EQ(Bundle::identifier(), "com.quorvia.QuorMedia");
+    Bundle::setIdentifier("org.example.Host");
+    EXPECT_EQ(Bundle::identifier(), "org.example.Host");
+    Bundle::setIdentifier("");
+    EXPECT_EQ(Bundle::identifier(), Bundle::defaultIdentifier);
+}
+
+}  // namespace
+}  // namespace qm
