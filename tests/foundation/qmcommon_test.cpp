@@ -1,0 +1,161 @@
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+
+#include "codec/QVTimebase.h"
+#include "foundation/QMCommon.h"
+
+using namespace qm;
+
+namespace {
+
+constexpr int64_t kSecond = QVTimebase;
+constexpr int64_t kMillisecond = QVTimebase / 1000;
+
+}  // namespace
+
+TEST(QMCommonDurationTest, ZeroIsSpecialOnlyInSimpleStyle) {
+    EXPECT_EQ(QMCommon::formatDurationSimpleStyle(0), "0");
+    EXPECT_EQ(QMCommon::formatDuration(0), "00:00:00");
+    EXPECT_EQ(QMCommon::formatDuration(0, true), "00:00:00.0");
+    EXPECT_EQ(QMCommon::formatDuration(0, false, true), "0");
+}
+
+TEST(QMCommonDurationTest, EachStyleAroundTheHour) {
+    const int64_t hour = 3600 * kSecond;
+    EXPECT_EQ(QMCommon::formatDurationSimpleStyle(hour), "1:00:00.0");
+    EXPECT_EQ(QMCommon::formatDurationSimpleStyle(hour - 1), "59:59.9");
+    EXPECT_EQ(QMCommon::formatDuration(hour - 1), "00:59:59");
+    EXPECT_EQ(QMCommon::formatDuration(hour - 1, false, true), "59:59");
+    EXPECT_EQ(QMCommon::formatDuration(hour, false, true), "1:00:00");
+    EXPECT_EQ(QMCommon::formatDuration(hour + 61 * kSecond + 250 * kMillisecond, true), "01:01:01.2");
+    EXPECT_EQ(QMCommon::formatDurationSimpleStyle(9 * kSecond + 999 * kMillisecond), "9.9");
+    EXPECT_EQ(QMCommon::formatDurationSimpleStyle(60 * kSecond), "1:00.0");
+    EXPECT_EQ(QMCommon::formatDuration(30 * hour), "30:00:00");
+}
+
+TEST(QMCommonGeometryTest, AnglesUseTheStoredPi) {
+    EXPECT_DOUBLE_EQ(QMCommon::degreeFromRadian(3.1415916), 180.0);
+    EXPECT_DOUBLE_EQ(QMCommon::degreeToRadian(90.0), 3.1415916 / 2);
+    EXPECT_NE(QMCommon::degreeToRadian(180.0), M_PI);
+    EXPECT_DOUBLE_EQ(QMCommon::valueInsertStart(10, 20, 1.5), 25);
+}
+
+TEST(QMCommonGeometryTest, SignedAngleAroundACentre) {
+    const Point c{0, 0};
+    EXPECT_DOUBLE_EQ(QMCommon::calcRadianFromPoint({1, 0}, {1, 0}, c), 0);
+    EXPECT_DOUBLE_EQ(QMCommon::calcRadianFromPoint({0, 0}, {1, 0}, c), 0);
+    // From the right to the top: the line through F and C is y = 0, below T, so positive.
+    EXPECT_NEAR(QMCommon::calcRadianFromPoint({1, 0}, {0, 1}, c), M_PI / 2, 1e-12);
+    EXPECT_NEAR(QMCommon::calcRadianFromPoint({1, 0}, {0, -1}, c), -M_PI / 2, 1e-12);
+    // F straight above the centre: the sign follows F.x > T.x.
+    EXPECT_NEAR(QMCommon::calcRadianFromPoint({0, 1}, {-1, 0}, c), M_PI / 2, 1e-12);
+    EXPECT_NEAR(QMCommon::calcRadianFromPoint({0, 1}, {1, 0}, c), -M_PI / 2, 1e-12);
+    // Nearly collinear points stay defined.
+    EXPECT_FALSE(std::isnan(QMCommon::calcRadianFromPoint({1e8, 1}, {-1e8, -1}, c)));
+}
+
+TEST(QMCommonGeometryTest, RectsFromPointsAndAspectFit) {
+    EXPECT_EQ(QMCommon::makeRectWithPoint({5, 1}, {2, 7}), (Rect{{2, 1}, {3, 6}}));
+
+    // A 200x100 image in a 100x100 box is limited by width.
+    EXPECT_EQ(QMCommon::adjustRect(Rect{{10, 10}, {100, 100}}, {200, 100}), (Rect{{10, 35}, {100, 50}}));
+    // A 100x200 image is limited by height.
+    EXPECT_EQ(QMCommon::adjustRect(Rect{{10, 10}, {100, 100}}, {100, 200}), (Rect{{35, 10}, {50, 100}}));
+
+    // Source rect: the first branch keeps the full height and gives a non-positive y.
+    EXPECT_EQ(QMCommon::adjustImageWithSize({100, 200}, Rect{{7, 7}, {100, 100}}), (Rect{{0, -50}, {100, 200}}));
+    EXPECT_EQ(QMCommon::adjustImageWithSize({200, 100}, Rect{{7, 7}, {100, 100}}), (Rect{{50, 0}, {100, 100}}));
+}
+
+TEST(QMCommonGeometryTest, RotationKeepsTheCentreFixed) {
+    AffineTransform rotate = QMCommon::transformRotate(90, {10, 10});
+    Point centre = rotate.transformPoint({10, 10});
+    EXPECT_NEAR(centre.x, 10, 1e-9);
+    EXPECT_NEAR(centre.y, 10, 1e-9);
+    Point right = rotate.transformPoint({11, 10});
+    EXPECT_NEAR(right.x, 10, 1e-9);
+    EXPECT_NEAR(right.y, 11, 1e-9);
+}
+
+TEST(QMCommonDigestTest, Md5TextIsUpperCase) {
+    EXPECT_EQ(QMCommon::md5StringWithString(""), "D41D8CD98F00B204E9800998ECF8427E");
+    EXPECT_EQ(QMCommon::md5StringWithString("abc"), "900150983CD24FB0D6963F7D28E17F72");
+}
+
+class SignatureTest : public ::testing::Test {
+protected:
+    std::filesystem::path _dir;
+
+    void SetUp() override {
+        _dir = std::filesystem::temp_directory_path() /
+               ("qm-signature-" + std::to_string(::getpid()) + "-" +
+                ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        std::filesystem::create_directories(_dir);
+    }
+    void TearDown() override { std::filesystem::remove_all(_dir); }
+
+    static std::vector<uint8_t> pattern(size_t size) {
+        std::vector<uint8_t> bytes(size);
+        for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>((i * 131 + i / 256) & 0xff);
+        return bytes;
+    }
+
+    std::string write(const std::vector<uint8_t>& bytes, const std::string& name = "file") {
+        std::string path = (_dir / name).string();
+        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+        return path;
+    }
+
+    static std::vector<uint8_t> join(const std::vector<uint8_t>& bytes,
+                                     std::initializer_list<std::pair<size_t, size_t>> blocks) {
+        std::vector<uint8_t> out;
+        for (auto [offset, length] : blocks) out.insert(out.end(), bytes.begin() + offset, bytes.begin() + offset + length);
+        return out;
+    }
+
+    // Changes one byte and tells whether the signature moved.
+    bool sensitiveAt(std::vector<uint8_t> bytes, size_t index) {
+        const std::string before = QMCommon::calcSigntureWithURL(write(bytes, "a"));
+        bytes[index] ^= 0x5a;
+        return before != QMCommon::calcSigntureWithURL(write(bytes, "b"));
+    }
+};
+
+TEST_F(SignatureTest, BlockChoiceAtEachSizeBoundary) {
+    auto small = pattern(1024);
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(write(small)), QMCommon::md5StringWithData(small));
+
+    auto justOver = pattern(1025);
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(write(justOver)), QMCommon::md5StringWithData(join(justOver, {{0, 512}, {513, 512}})));
+
+    auto twoBlocks = pattern(1536);
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(write(twoBlocks)),
+              QMCommon::md5StringWithData(join(twoBlocks, {{0, 512}, {1024, 512}})));
+
+    auto threeBlocks = pattern(1537);
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(write(threeBlocks)),
+              QMCommon::md5StringWithData(join(threeBlocks, {{0, 512}, {1537 / 2 - 256, 512}, {1025, 512}})));
+}
+
+TEST_F(SignatureTest, OnlySampledBytesCount) {
+    auto big = pattern(100000);
+    EXPECT_TRUE(sensitiveAt(big, 0));
+    EXPECT_TRUE(sensitiveAt(big, 511));
+    EXPECT_FALSE(sensitiveAt(big, 512));
+    EXPECT_TRUE(sensitiveAt(big, 50000 - 256));
+    EXPECT_TRUE(sensitiveAt(big, 50000 + 255));
+    EXPECT_FALSE(sensitiveAt(big, 50000 + 256));
+    EXPECT_FALSE(sensitiveAt(big, 100000 - 513));
+    EXPECT_TRUE(sensitiveAt(big, 100000 - 512));
+    EXPECT_TRUE(sensitiveAt(pattern(1024), 600));
+    EXPECT_FALSE(sensitiveAt(pattern(1025), 512));
+}
+
+TEST_F(SignatureTest, MissingFileGivesEmptyText) {
+    EXPECT_EQ(QMCommon::calcSigntureWithURL((_dir / "absent").string()), "");
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(write({})), "D41D8CD98F00B204E9800998ECF8427E");
+}

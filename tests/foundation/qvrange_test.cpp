@@ -1,0 +1,99 @@
+#include <gtest/gtest.h>
+
+#include "codec/QVTimebase.h"
+#include "foundation/QVRange.h"
+
+using namespace qm;
+
+TEST(QVRangeTest, EmptyRangesHaveEndLocationMinusOneButKeepTheirEnd) {
+    EXPECT_EQ(QVRange(100, 0).endLocation(), -1);
+    EXPECT_EQ(QVRange(5, 0).end(), 5);
+    EXPECT_EQ(QVRange(5, 0).endLocation(), -1);
+    QVRange negative(3, -4);
+    EXPECT_TRUE(negative.empty());
+    EXPECT_EQ(negative.length(), -4);
+    EXPECT_FALSE(QVRange(0, 1).empty());
+    EXPECT_EQ(QVRange(0, 1).endLocation(), 0);
+}
+
+TEST(QVRangeTest, InsetClampsLocationAndLengthAtZero) {
+    QVRange shrunk = QVRange::inset(2, QVRange(10, 10));
+    EXPECT_EQ(shrunk.location(), 12);
+    EXPECT_EQ(shrunk.length(), 6);
+    QVRange tooMuch = QVRange::inset(6, QVRange(10, 10));
+    EXPECT_EQ(tooMuch.length(), 0);
+    QVRange widened = QVRange::inset(-3, QVRange(1, 4));
+    EXPECT_EQ(widened.location(), 0);
+    EXPECT_EQ(widened.length(), 10);
+}
+
+TEST(QVRangeTest, ContainmentIsInclusiveOfEndLocationAndFalseForEmpty) {
+    QVRange r(10, 10);
+    EXPECT_TRUE(r.containLocation(10));
+    EXPECT_TRUE(r.containLocation(19));
+    EXPECT_FALSE(r.containLocation(20));
+    EXPECT_FALSE(r.containLocation(9));
+    EXPECT_FALSE(QVRange(10, 0).containLocation(10));
+    EXPECT_TRUE(r.containRange(QVRange(10, 10)));
+    EXPECT_TRUE(r.containRange(QVRange(15, 5)));
+    EXPECT_FALSE(r.containRange(QVRange(15, 6)));
+    EXPECT_FALSE(r.containRange(QVRange(12, 0)));
+    EXPECT_FALSE(QVRange(10, 0).containRange(QVRange(10, 0)));
+}
+
+TEST(QVRangeTest, IntersectionAtTheEdges) {
+    EXPECT_FALSE(QVRange(0, 10).intersectsRange(QVRange(10, 5)));
+    EXPECT_FALSE(QVRange(0, 10).intersectionRange(QVRange(10, 5)).has_value());
+
+    auto overlap = QVRange(0, 10).intersectionRange(QVRange(9, 5));
+    ASSERT_TRUE(overlap.has_value());
+    EXPECT_EQ(overlap->location(), 9);
+    EXPECT_EQ(overlap->length(), 1);
+
+    auto fromLeft = QVRange(5, 10).intersectionRange(QVRange(0, 7));
+    ASSERT_TRUE(fromLeft.has_value());
+    EXPECT_EQ(fromLeft->location(), 5);
+    EXPECT_EQ(fromLeft->length(), 2);
+
+    auto inner = QVRange(0, 100).intersectionRange(QVRange(20, 5));
+    ASSERT_TRUE(inner.has_value());
+    EXPECT_TRUE(inner->isEqualRange(QVRange(20, 5)));
+    auto outer = QVRange(20, 5).intersectionRange(QVRange(0, 100));
+    ASSERT_TRUE(outer.has_value());
+    EXPECT_TRUE(outer->isEqualRange(QVRange(20, 5)));
+
+    EXPECT_FALSE(QVRange(0, 10).intersectionRange(QVRange(3, 0)).has_value());
+    EXPECT_TRUE(QVRange(5, 1).intersectsRange(QVRange(0, 10)));
+}
+
+TEST(QVRangeTest, EqualityComparesLocationAndEndLocation) {
+    EXPECT_TRUE(QVRange(4, 0).isEqualRange(QVRange(4, -7)));
+    EXPECT_FALSE(QVRange(4, 0).isEqualRange(QVRange(9, 0)));
+    EXPECT_TRUE(QVRange(4, 3).isEqualRange(QVRange(4, 3)));
+    EXPECT_FALSE(QVRange(4, 3).isEqualRange(QVRange(4, 4)));
+}
+
+TEST(QVRangeTest, EndlessRangesDoNotOverflow) {
+    QVRange forever(10, QMNoTimeLimited);
+    EXPECT_FALSE(forever.empty());
+    EXPECT_TRUE(QVRange(0, QMNoTimeLimited).containLocation(INT64_MAX - 1));
+}
+
+TEST(QVTimebaseTest, CommonRatesHaveExactDurations) {
+    for (int64_t fps : {24, 25, 30, 50, 60, 120}) EXPECT_EQ(QVTimebase % fps, 0) << fps;
+    for (int64_t rate : {8000, 11025, 16000, 22050, 32000, 44100, 48000, 88200, 96000, 176400, 192000})
+        EXPECT_EQ(QVTimebase % rate, 0) << rate;
+    EXPECT_EQ(QVTimebase * 1001 % 24000, 0);
+    EXPECT_EQ(QVTimebase * 1001 % 30000, 0);
+    EXPECT_EQ(QVTimebase % 1000, 0);
+}
+
+TEST(QVTimebaseTest, SampleConversionMultipliesFirstAndTruncates) {
+    EXPECT_EQ(QMSamplesFromTimestamp(44100, QVTimebase), 44100);
+    EXPECT_EQ(QMSamplesFromTimestamp(44100, QVTimebase / 44100 - 1), 0);
+    EXPECT_EQ(QMSamplesFromTimestamp(44100, -(QVTimebase / 44100) - 1), -1);
+    // Ten days at 192 kHz: the product exceeds 64 bits, the result does not.
+    const int64_t tenDays = QVTimebase * 864000;
+    EXPECT_EQ(QMSamplesFromTimestamp(192000, tenDays), 192000LL * 864000);
+    EXPECT_EQ(QMTimestampFromSamples(192000, 192000LL * 864000), tenDays);
+}
