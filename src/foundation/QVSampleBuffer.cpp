@@ -113,7 +113,7 @@ int32_t QVSampleBuffer::frameSampleCount() const {
 std::shared_ptr<QVAudioFrame2> QVSampleBuffer::frame() const {
     return QVAudioFrame2::create(_sampleDescription.sampleFormat(), static_cast<int32_t>(_sampleDescription.channels()),
                                  static_cast<int32_t>(_sampleDescription.sampleRate()), frameSampleCount(),
-                                 _data.data());
+                                 _data.data(), _sampleDescription.channelLayout());
 }
 
 std::shared_ptr<QVAudioFrame2> QVSampleBuffer::convertToAudioFrame() const { return frame(); }

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <span>
+#include <vector>
+
+namespace qm {
+
+// A decoded picture: immutable RGBA8 pixels, premultiplied by alpha, row 0 at the top.
+// Shared by reference (std::shared_ptr<const Bitmap>); nothing changes it after creation.
+class Bitmap {
+public:
+    // Takes the pixels as given. `bytesPerRow` 0 means width * 4. Nothing when the size is not
+    // positive or the bytes are too few for it.
+    static std::shared_ptr<const Bitmap> createWithPixels(int width, int height, std::vector<uint8_t> rgba,
+                                                          size_t bytesPerRow = 0);
+    // Decodes JPEG or PNG bytes (told apart by their signature). Nothing when they do not decode.
+    static std::shared_ptr<const Bitmap> createWithData(std::span<const uint8_t> bytes);
+
+    int width() const { return _width; }
+    int height() const { return _height; }
+    size_t bytesPerRow() const { return _bytesPerRow; }
+    const uint8_t* data() const { return _pixels.data(); }
+    // Premultiplied R, G, B, A of one pixel; (x, y) counts from the top left.
+    std::array<uint8_t, 4> pixelAt(int x, int y) const;
+    bool isOpaque() const;
+
+    // Baseline JPEG, 4:2:0, quality 0-100. Transparent pixels come out as if over black.
+    std::vector<uint8_t> JPEGRepresentation(int quality) const;
+    // PNG with straight (not premultiplied) alpha.
+    std::vector<uint8_t> PNGRepresentation() const;
+    // Resampled to the given size by area averaging (bilinear when enlarging). Nothing for a
+    // size that is not positive.
+    std::shared_ptr<const Bitmap> scaledToSize(int width, int height) const;
+
+private:
+    Bitmap(int width, int height, size_t bytesPerRow, std::vector<uint8_t> pixels);
+
+    int _width;
+    int _height;
+    size_t _bytesPerRow;
+    std::vector<uint8_t> _pixels;
+};
+
+}  // namespace qm

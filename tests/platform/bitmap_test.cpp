@@ -1,0 +1,106 @@
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+#include "platform/Bitmap.h"
+
+using namespace qm;
+
+namespace {
+
+// A picture with a gradient, a half-transparent band and a clear corner, premultiplied.
+std::shared_ptr<const Bitmap> testPicture(int width, int height) {
+    std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * 4);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            uint8_t* p = pixels.data() + (static_cast<size_t>(y) * width + x) * 4;
+            const int alpha = y < height / 4 ? 128 : (x == 0 && y == height - 1 ? 0 : 255);
+            p[0] = static_cast<uint8_t>(x * 255 / width * alpha / 255);
+            p[1] = static_cast<uint8_t>(y * 255 / height * alpha / 255);
+            p[2] = static_cast<uint8_t>(64 * alpha / 255);
+            p[3] = static_cast<uint8_t>(alpha);
+        }
+    }
+    return Bitmap::createWithPixels(width, height, std::move(pixels));
+}
+
+}  // namespace
+
+TEST(BitmapTest, RefusesSizesTheBytesDoNotHold) {
+    EXPECT_EQ(Bitmap::createWithPixels(0, 4, std::vector<uint8_t>(64)), nullptr);
+    EXPECT_EQ(Bitmap::createWithPixels(4, 4, std::vector<uint8_t>(63)), nullptr);
+    EXPECT_EQ(Bitmap::createWithPixels(4, 4, std::vector<uint8_t>(64), 15), nullptr);
+    auto padded = Bitmap::createWithPixels(3, 2, std::vector<uint8_t>(32 + 12), 32);
+    ASSERT_NE(padded, nullptr);
+    EXPECT_EQ(padded->bytesPerRow(), 32u);
+}
+
+TEST(BitmapTest, PNGRoundTripKeepsPremultipliedPixels) {
+    auto picture = testPicture(37, 21);
+    ASSERT_NE(picture, nullptr);
+    EXPECT_FALSE(picture->isOpaque());
+    auto decoded = Bitmap::createWithData(picture->PNGRepresentation());
+    ASSERT_NE(decoded, nullptr);
+    ASSERT_EQ(decoded->width(), 37);
+    ASSERT_EQ(decoded->height(), 21);
+    for (int y = 0; y < 21; ++y) {
+        for (int x = 0; x < 37; ++x) {
+            auto a = picture->pixelAt(x, y);
+            auto b = decoded->pixelAt(x, y);
+            for (int c = 0; c < 4; ++c) ASSERT_LE(std::abs(a[c] - b[c]), 1) << x << "," << y << " channel " << c;
+        }
+    }
+    EXPECT_EQ(decoded->pixelAt(0, 20)[3], 0);
+}
+
+TEST(BitmapTest, JPEGRoundTripIsCloseAndOpaque) {
+    std::vector<uint8_t> pixels(64 * 48 * 4);
+    for (size_t i = 0; i < pixels.size(); i += 4) {
+        pixels[i] = 200;
+        pixels[i + 1] = 40;
+        pixels[i + 2] = 90;
+        pixels[i + 3] = 255;
+    }
+    auto picture = Bitmap::createWithPixels(64, 48, std::move(pixels));
+    auto jpeg = picture->JPEGRepresentation(90);
+    ASSERT_GT(jpeg.size(), 100u);
+    auto decoded = Bitmap::createWithData(jpeg);
+    ASSERT_NE(decoded, nullptr);
+    EXPECT_TRUE(decoded->isOpaque());
+    auto pixel = decoded->pixelAt(30, 20);
+    EXPECT_NEAR(pixel[0], 200, 4);
+    EXPECT_NEAR(pixel[1], 40, 4);
+    EXPECT_NEAR(pixel[2], 90, 4);
+}
+
+TEST(BitmapTest, BytesThatAreNoPictureDecodeToNothing) {
+    EXPECT_EQ(Bitmap::createWithData({}), nullptr);
+    const std::vector<uint8_t> text = {'h', 'e', 'l', 'l', 'o'};
+    EXPECT_EQ(Bitmap::createWithData(text), nullptr);
+    auto png = testPicture(16, 16)->PNGRepresentation();
+    png.resize(png.size() / 2);
+    EXPECT_EQ(Bitmap::createWithData(png), nullptr);
+    std::vector<uint8_t> fakeJpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0};
+    EXPECT_EQ(Bitmap::createWithData(fakeJpeg), nullptr);
+    srand(7);
+    for (int round = 0; round < 200; ++round) {
+        auto jpeg = testPicture(24, 24)->JPEGRepresentation(80);
+        for (int flips = 0; flips < 8; ++flips) jpeg[rand() % jpeg.size()] ^= static_cast<uint8_t>(1 + rand() % 255);
+        auto decoded = Bitmap::createWithData(jpeg);
+        if (decoded) EXPECT_GT(decoded->width(), 0);
+    }
+}
+
+TEST(BitmapTest, ScalingAveragesAreas) {
+    // Four 2x2 blocks of one value each shrink to one pixel per block.
+    std::vector<uint8_t> pixels(4 * 4 * 4, 255);
+    for (int y = 0; y < 4; ++y)
+        for (int x = 0; x < 4; ++x) pixels[(y * 4 + x) * 4] = static_cast<uint8_t>((x < 2 ? 0 : 100) + (y < 2 ? 0 : 50));
+    auto small = Bitmap::createWithPixels(4, 4, std::move(pixels))->scaledToSize(2, 2);
+    ASSERT_NE(small, nullptr);
+    EXPECT_EQ(small->pixelAt(0, 0)[0], 0);
+    EXPECT_EQ(small->pixelAt(1, 0)[0], 100);
+    EXPECT_EQ(small->pixelAt(0, 1)[0], 50);
+    EXPECT_EQ(small->pixelAt(1, 1)[0], 150);
+    EXPECT_EQ(testPicture(8, 8)->scaledToSize(0, 3), nullptr);
+}
