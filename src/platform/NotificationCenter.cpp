@@ -1,11 +1,7 @@
 #include "platform/NotificationCenter.h"
 
-#include <algorithm>
-#include <atomic>
-#include <mutex>
-#include <vector>
-
 #include "platform/Dispatch.h"
+#include "platform/ObserverList.h"
 
 namespace qm {
 
@@ -41,31 +37,17 @@ struct NotificationCenter::Registry {
         std::string name;
         const void* object;
         NotificationCallback callback;
-        std::atomic<bool> active{true};
     };
 
-    std::mutex mutex;
-    std::vector<std::shared_ptr<Observer>> observers;
+    std::shared_ptr<ObserverList<Observer>> observers = ObserverList<Observer>::create();
 
-    void remove(const std::shared_ptr<Observer>& observer) {
-        observer->active = false;
-        std::lock_guard<std::mutex> lock(mutex);
-        observers.erase(std::remove(observers.begin(), observers.end(), observer), observers.end());
-    }
-
-    void deliver(const Notification& notification) {
-        std::vector<std::shared_ptr<Observer>> matching;
-        {
-            std::lock_guard<std::mutex> lock(mutex);
-            for (const auto& observer : observers) {
-                bool nameMatches = observer->name.empty() || observer->name == notification.name;
-                bool objectMatches = observer->object == nullptr || observer->object == notification.object;
-                if (nameMatches && objectMatches) matching.push_back(observer);
-            }
-        }
-        for (const auto& observer : matching) {
-            if (observer->active) observer->callback(notification);
-        }
+    void deliver(const Notification& notification) const {
+        observers->forEach(
+            [&](const Observer& observer) {
+                return (observer.name.empty() || observer.name == notification.name) &&
+                       (observer.object == nullptr || observer.object == notification.object);
+            },
+            [&](const Observer& observer) { observer.callback(notification); });
     }
 };
 
@@ -79,21 +61,7 @@ NotificationCenter::NotificationCenter() : _registry(std::make_shared<Registry>(
 NotificationCenter::~NotificationCenter() = default;
 
 ObserverToken NotificationCenter::addObserver(std::string name, const void* object, NotificationCallback callback) {
-    auto observer = std::make_shared<Registry::Observer>();
-    observer->name = std::move(name);
-    observer->object = object;
-    observer->callback = std::move(callback);
-    {
-        std::lock_guard<std::mutex> lock(_registry->mutex);
-        _registry->observers.push_back(observer);
-    }
-    std::weak_ptr<Registry> registry = _registry;
-    std::weak_ptr<Registry::Observer> weakObserver = observer;
-    return ObserverToken([registry, weakObserver] {
-        auto alive = registry.lock();
-        auto observer = weakObserver.lock();
-        if (alive && observer) alive->remove(observer);
-    });
+    return _registry->observers->add(Registry::Observer{std::move(name), object, std::move(callback)});
 }
 
 void NotificationCenter::post(std::string name, const void* object, std::map<std::string, std::any> userInfo) {

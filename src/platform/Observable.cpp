@@ -1,9 +1,9 @@
 #include "platform/Observable.h"
 
 #include <algorithm>
-#include <atomic>
-#include <mutex>
 #include <set>
+
+#include "platform/ObserverList.h"
 
 namespace qm {
 
@@ -11,35 +11,18 @@ struct Observable::Observers {
     struct Entry {
         std::string key;
         KeyValueObserver callback;
-        std::atomic<bool> active{true};
     };
 
-    mutable std::mutex mutex;
-    std::vector<std::shared_ptr<Entry>> entries;
-
-    std::vector<std::shared_ptr<Entry>> entriesFor(const std::string& key) const {
-        std::lock_guard<std::mutex> lock(mutex);
-        std::vector<std::shared_ptr<Entry>> found;
-        for (const auto& entry : entries) {
-            if (entry->key == key) found.push_back(entry);
-        }
-        return found;
-    }
+    std::shared_ptr<ObserverList<Entry>> list = ObserverList<Entry>::create();
 
     // Every observed key once, in the order of first observation.
     std::vector<std::string> keys() const {
-        std::lock_guard<std::mutex> lock(mutex);
         std::vector<std::string> found;
-        for (const auto& entry : entries) {
-            if (std::find(found.begin(), found.end(), entry->key) == found.end()) found.push_back(entry->key);
-        }
+        list->forEach([](const Entry&) { return true; },
+                      [&](const Entry& entry) {
+                          if (std::find(found.begin(), found.end(), entry.key) == found.end()) found.push_back(entry.key);
+                      });
         return found;
-    }
-
-    void remove(const std::shared_ptr<Entry>& entry) {
-        entry->active = false;
-        std::lock_guard<std::mutex> lock(mutex);
-        entries.erase(std::remove(entries.begin(), entries.end(), entry), entries.end());
     }
 };
 
@@ -56,20 +39,7 @@ std::any Observable::valueForKey(const std::string&) const { return {}; }
 std::vector<std::string> Observable::keyPathsForValuesAffectingValueForKey(const std::string&) const { return {}; }
 
 ObserverToken Observable::addObserver(std::string key, KeyValueObserver observer) {
-    auto entry = std::make_shared<Observers::Entry>();
-    entry->key = std::move(key);
-    entry->callback = std::move(observer);
-    {
-        std::lock_guard<std::mutex> lock(_observers->mutex);
-        _observers->entries.push_back(entry);
-    }
-    std::weak_ptr<Observers> observers = _observers;
-    std::weak_ptr<Observers::Entry> weakEntry = entry;
-    return ObserverToken([observers, weakEntry] {
-        auto alive = observers.lock();
-        auto entry = weakEntry.lock();
-        if (alive && entry) alive->remove(entry);
-    });
+    return _observers->list->add(Observers::Entry{std::move(key), std::move(observer)});
 }
 
 void Observable::willChangeValueForKey(const std::string& key) {
@@ -118,9 +88,8 @@ bool Observable::dependsOn(const std::string& key, const std::string& affecting)
 }
 
 void Observable::notify(const KeyValueChange& change) const {
-    for (const auto& entry : _observers->entriesFor(change.key)) {
-        if (entry->active) entry->callback(change);
-    }
+    _observers->list->forEach([&](const Observers::Entry& entry) { return entry.key == change.key; },
+                              [&](const Observers::Entry& entry) { entry.callback(change); });
 }
 
 }  // namespace qm

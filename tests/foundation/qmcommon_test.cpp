@@ -1,12 +1,11 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
 
 #include "codec/QVTimebase.h"
 #include "foundation/QMCommon.h"
+#include "support/TestEnvironment.h"
 
 using namespace qm;
 
@@ -88,15 +87,7 @@ TEST(QMCommonDigestTest, Md5TextIsUpperCase) {
 
 class SignatureTest : public ::testing::Test {
 protected:
-    std::filesystem::path _dir;
-
-    void SetUp() override {
-        _dir = std::filesystem::temp_directory_path() /
-               ("qm-signature-" + std::to_string(::getpid()) + "-" +
-                ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        std::filesystem::create_directories(_dir);
-    }
-    void TearDown() override { std::filesystem::remove_all(_dir); }
+    test::TemporaryDirectory _directory{"signature_test"};
 
     static std::vector<uint8_t> pattern(size_t size) {
         std::vector<uint8_t> bytes(size);
@@ -105,7 +96,7 @@ protected:
     }
 
     std::string write(const std::vector<uint8_t>& bytes, const std::string& name = "file") {
-        std::string path = (_dir / name).string();
+        std::string path = _directory.file(name);
         std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()), bytes.size());
         return path;
     }
@@ -156,6 +147,6 @@ TEST_F(SignatureTest, OnlySampledBytesCount) {
 }
 
 TEST_F(SignatureTest, MissingFileGivesEmptyText) {
-    EXPECT_EQ(QMCommon::calcSigntureWithURL((_dir / "absent").string()), "");
+    EXPECT_EQ(QMCommon::calcSigntureWithURL(_directory.file("absent")), "");
     EXPECT_EQ(QMCommon::calcSigntureWithURL(write({})), "D41D8CD98F00B204E9800998ECF8427E");
 }

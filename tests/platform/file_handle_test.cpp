@@ -1,3 +1,4 @@
+#include "support/TestEnvironment.h"
 #include "platform/FileHandle.h"
 
 #include <gtest/gtest.h>
@@ -19,20 +20,14 @@ std::string textOf(const std::vector<uint8_t>& bytes) { return std::string(bytes
 
 class FileHandleTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/file_handle_test-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        _directory = pattern;
-    }
-    void TearDown() override { std::filesystem::remove_all(_directory); }
-
-    std::string path(const std::string& name) const { return _directory + "/" + name; }
+    std::string path(const std::string& name) const { return _temporary.file(name); }
 
     void writeFile(const std::string& name, const std::string& contents) const {
         std::ofstream(path(name), std::ios::binary) << contents;
     }
 
-    std::string _directory;
+    test::TemporaryDirectory _temporary{"file_handle_test"};
+    const std::string _directory = _temporary.path();
 };
 
 TEST_F(FileHandleTest, OpeningNeedsAnExistingFileUnlessAskedToCreate) {

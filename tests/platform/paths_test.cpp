@@ -1,3 +1,4 @@
+#include "support/TestEnvironment.h"
 #include "platform/Paths.h"
 
 #include <gtest/gtest.h>
@@ -19,30 +20,14 @@ namespace {
 class PathsTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/paths_test-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        _directory = pattern;
-        for (const char* name : {"HOME", "XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "TMPDIR"}) {
-            const char* value = std::getenv(name);
-            _saved.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
-            unsetenv(name);
-        }
-        setenv("HOME", _directory.c_str(), 1);
+        for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR", "TMPDIR"}) _environment.unset(name);
+        _environment.set("HOME", _directory);
     }
-    void TearDown() override {
-        for (const auto& [name, value] : _saved) {
-            if (value) {
-                setenv(name.c_str(), value->c_str(), 1);
-            } else {
-                unsetenv(name.c_str());
-            }
-        }
-        Bundle::setIdentifier("");
-        std::filesystem::remove_all(_directory);
-    }
+    void TearDown() override { Bundle::setIdentifier(""); }
 
-    std::string _directory;
-    std::vector<std::pair<std::string, std::optional<std::string>>> _saved;
+    test::TemporaryDirectory _temporary{"paths_test"};
+    const std::string _directory = _temporary.path();
+    test::ScopedEnvironment _environment;
 };
 
 TEST_F(PathsTest, XDGVariablesWinWhenAbsolute) {

@@ -1,3 +1,4 @@
+#include "support/TestEnvironment.h"
 #include "platform/UserDefaults.h"
 
 #include <gtest/gtest.h>
@@ -20,21 +21,15 @@ namespace {
 
 class UserDefaultsTest : public ::testing::Test {
 protected:
-    void SetUp() override {
-        std::string pattern = std::filesystem::temp_directory_path().string() + "/user_defaults_test-XXXXXX";
-        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
-        _directory = pattern;
-        _path = _directory + "/defaults.sqlite3";
-    }
-    void TearDown() override { std::filesystem::remove_all(_directory); }
+    test::TemporaryDirectory _temporary{"user_defaults_test"};
+    const std::string _directory = _temporary.path();
+    const std::string _path = _temporary.file("defaults.sqlite3");
 
     static std::string contentsOf(const std::string& path) {
         std::ifstream in(path, std::ios::binary);
         return std::string(std::istreambuf_iterator<char>(in), {});
     }
 
-    std::string _directory;
-    std::string _path;
 };
 
 TEST_F(UserDefaultsTest, ValuesOfEveryTypeSurviveReopening) {
@@ -193,9 +188,8 @@ TEST_F(UserDefaultsTest, ConcurrentWritersAndReaders) {
 }
 
 TEST_F(UserDefaultsTest, StandardDefaultsLiveUnderTheConfigHomeAndBundle) {
-    const char* saved = std::getenv("XDG_CONFIG_HOME");
-    const std::optional<std::string> previous = saved ? std::optional<std::string>(saved) : std::nullopt;
-    setenv("XDG_CONFIG_HOME", _directory.c_str(), 1);
+    test::ScopedEnvironment environment;
+    environment.set("XDG_CONFIG_HOME", _directory);
     Bundle::setIdentifier("com.quorvia.DefaultsTest");
 
     UserDefaults& standard = UserDefaults::standardUserDefaults();
@@ -206,11 +200,6 @@ TEST_F(UserDefaultsTest, StandardDefaultsLiveUnderTheConfigHomeAndBundle) {
     EXPECT_EQ(UserDefaults::createWithPath(expected)->integerForKey("kQVScaleValue"), 7);
 
     Bundle::setIdentifier("");
-    if (previous) {
-        setenv("XDG_CONFIG_HOME", previous->c_str(), 1);
-    } else {
-        unsetenv("XDG_CONFIG_HOME");
-    }
 }
 
 }  // namespace

@@ -1,0 +1,45 @@
+#include "support/TestEnvironment.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <stdexcept>
+
+namespace qm::test {
+
+TemporaryDirectory::TemporaryDirectory(const std::string& prefix) {
+    std::string pattern = (std::filesystem::temp_directory_path() / (prefix + "-XXXXXX")).string();
+    if (!mkdtemp(pattern.data())) throw std::runtime_error("cannot make a temporary directory");
+    _path = pattern;
+}
+
+TemporaryDirectory::~TemporaryDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(_path, ignored);
+}
+
+ScopedEnvironment::~ScopedEnvironment() {
+    for (auto it = _saved.rbegin(); it != _saved.rend(); ++it) {
+        if (it->second) {
+            setenv(it->first.c_str(), it->second->c_str(), 1);
+        } else {
+            unsetenv(it->first.c_str());
+        }
+    }
+}
+
+void ScopedEnvironment::set(const std::string& name, const std::string& value) {
+    remember(name);
+    setenv(name.c_str(), value.c_str(), 1);
+}
+
+void ScopedEnvironment::unset(const std::string& name) {
+    remember(name);
+    unsetenv(name.c_str());
+}
+
+void ScopedEnvironment::remember(const std::string& name) {
+    const char* value = std::getenv(name.c_str());
+    _saved.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
+}
+
+}  // namespace qm::test

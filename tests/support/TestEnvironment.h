@@ -1,0 +1,44 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace qm::test {
+
+// A fresh private directory under the system's temporary directory, removed with its contents
+// when the object goes.
+class TemporaryDirectory {
+public:
+    explicit TemporaryDirectory(const std::string& prefix = "quormedia-test");
+    ~TemporaryDirectory();
+    TemporaryDirectory(const TemporaryDirectory&) = delete;
+    TemporaryDirectory& operator=(const TemporaryDirectory&) = delete;
+
+    const std::string& path() const { return _path; }
+    // `name` inside the directory.
+    std::string file(const std::string& name) const { return _path + "/" + name; }
+
+private:
+    std::string _path;
+};
+
+// Sets or unsets environment variables for a scope and puts the old values back afterwards.
+class ScopedEnvironment {
+public:
+    ScopedEnvironment() = default;
+    ~ScopedEnvironment();
+    ScopedEnvironment(const ScopedEnvironment&) = delete;
+    ScopedEnvironment& operator=(const ScopedEnvironment&) = delete;
+
+    void set(const std::string& name, const std::string& value);
+    void unset(const std::string& name);
+
+private:
+    void remember(const std::string& name);
+
+    std::vector<std::pair<std::string, std::optional<std::string>>> _saved;
+};
+
+}  // namespace qm::test
