@@ -32,6 +32,15 @@ tjhandle decompressor() {
     return turbo.handle;
 }
 
+// Largest picture decoded: a damaged header must not make us allocate gigabytes.
+constexpr int kMaximumSide = 16384;
+constexpr int64_t kMaximumPixels = int64_t{1} << 26;
+
+bool isDecodableSize(int64_t width, int64_t height) {
+    return width > 0 && height > 0 && width <= kMaximumSide && height <= kMaximumSide &&
+           width * height <= kMaximumPixels;
+}
+
 bool isJPEG(std::span<const uint8_t> bytes) {
     return bytes.size() >= 3 && bytes[0] == 0xFF && bytes[1] == 0xD8 && bytes[2] == 0xFF;
 }
@@ -48,7 +57,7 @@ std::shared_ptr<const Bitmap> decodeJPEG(std::span<const uint8_t> bytes) {
     auto* source = const_cast<unsigned char*>(bytes.data());
     if (tjDecompressHeader3(handle, source, static_cast<unsigned long>(bytes.size()), &width, &height, &subsampling,
                             &colorspace) != 0 ||
-        width <= 0 || height <= 0) {
+        !isDecodableSize(width, height)) {
         return nullptr;
     }
     std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * 4);
@@ -74,7 +83,7 @@ std::shared_ptr<const Bitmap> decodePNG(std::span<const uint8_t> bytes) {
     image.version = PNG_IMAGE_VERSION;
     if (!png_image_begin_read_from_memory(&image, bytes.data(), bytes.size())) return nullptr;
     image.format = PNG_FORMAT_RGBA;
-    if (image.width == 0 || image.height == 0 || image.width > 1u << 15 || image.height > 1u << 15) {
+    if (!isDecodableSize(image.width, image.height)) {
         png_image_free(&image);
         return nullptr;
     }

@@ -17,7 +17,8 @@ public:
     // positive or the bytes are too few for it.
     static std::shared_ptr<const Bitmap> createWithPixels(int width, int height, std::vector<uint8_t> rgba,
                                                           size_t bytesPerRow = 0);
-    // Decodes JPEG or PNG bytes (told apart by their signature). Nothing when they do not decode.
+    // Decodes JPEG or PNG bytes (told apart by their signature). Nothing when they do not decode
+    // or declare a picture larger than 16384 pixels a side or 2^26 pixels in all.
     static std::shared_ptr<const Bitmap> createWithData(std::span<const uint8_t> bytes);
 
     int width() const { return _width; }

@@ -80,6 +80,16 @@ TEST(BitmapTest, BytesThatAreNoPictureDecodeToNothing) {
     auto png = testPicture(16, 16)->PNGRepresentation();
     png.resize(png.size() / 2);
     EXPECT_EQ(Bitmap::createWithData(png), nullptr);
+    auto huge = testPicture(16, 16)->JPEGRepresentation(80);
+    // The SOF0 frame header holds height then width, big-endian: declare 60000 x 60000.
+    for (size_t i = 0; i + 8 < huge.size(); ++i) {
+        if (huge[i] == 0xFF && huge[i + 1] == 0xC0) {
+            huge[i + 5] = huge[i + 7] = 0xEA;
+            huge[i + 6] = huge[i + 8] = 0x60;
+            break;
+        }
+    }
+    EXPECT_EQ(Bitmap::createWithData(huge), nullptr);
     std::vector<uint8_t> fakeJpeg = {0xFF, 0xD8, 0xFF, 0xE0, 0x00, 0x10, 'J', 'F', 'I', 'F', 0};
     EXPECT_EQ(Bitmap::createWithData(fakeJpeg), nullptr);
     srand(7);

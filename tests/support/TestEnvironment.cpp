@@ -42,4 +42,12 @@ void ScopedEnvironment::remember(const std::string& name) {
     _saved.emplace_back(name, value ? std::optional<std::string>(value) : std::nullopt);
 }
 
+PrivateUserDirectories::PrivateUserDirectories(const std::string& prefix) : _directory(prefix) {
+    _environment.set("XDG_DATA_HOME", _directory.file("data"));
+    _environment.set("XDG_CONFIG_HOME", _directory.file("config"));
+    std::filesystem::create_directories(_directory.file("runtime"));
+    std::filesystem::permissions(_directory.file("runtime"), std::filesystem::perms::owner_all);
+    _environment.set("XDG_RUNTIME_DIR", _directory.file("runtime"));
+}
+
 }  // namespace qm::test

@@ -41,4 +41,18 @@ private:
     std::vector<std::pair<std::string, std::optional<std::string>>> _saved;
 };
 
+// A private set of user folders for one test: XDG_DATA_HOME, XDG_CONFIG_HOME and
+// XDG_RUNTIME_DIR point into a fresh temporary directory until the object goes.
+class PrivateUserDirectories {
+public:
+    explicit PrivateUserDirectories(const std::string& prefix = "quormedia-test");
+
+    const std::string& path() const { return _directory.path(); }
+    std::string file(const std::string& name) const { return _directory.file(name); }
+
+private:
+    TemporaryDirectory _directory;
+    ScopedEnvironment _environment;
+};
+
 }  // namespace qm::test
