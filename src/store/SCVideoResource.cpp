@@ -1,0 +1,215 @@
+#include "store/SCVideoResource.h"
+
+#include "codec/QVTimebase.h"
+#include "foundation/QMCommon.h"
+#include "platform/Log.h"
+#include "store/SCResource.h"
+#include "store/SCThumbnailCanvas.h"
+
+namespace qm {
+
+namespace {
+
+// Sums and differences of times wrap around, as the stored 64-bit values do: a frame that
+// lasts for ever may start after 0.
+int64_t wrappingAdd(int64_t a, int64_t b) { return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b)); }
+int64_t wrappingSubtract(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+
+bool blockContains(const SCVideoBlock& block, int64_t t) {
+    return block.timestamp() <= t && t < wrappingAdd(block.timestamp(), block.duration());
+}
+
+}  // namespace
+
+// MARK: - SCVideoBlock
+
+std::shared_ptr<SCVideoBlock> SCVideoBlock::createWithOffset(uint64_t offset, uint64_t length, int64_t startTimestamp,
+                                                             int64_t duration, uint64_t thumbLength) {
+    auto block = std::make_shared<SCVideoBlock>();
+    block->_offset = offset;
+    block->_totalLength = length;
+    block->_timestamp = startTimestamp;
+    block->_duration = duration;
+    block->_thumbLength = thumbLength;
+    return block;
+}
+
+std::shared_ptr<SCVideoBlock> SCVideoBlock::createWithCoder(KeyedUnarchiver& coder) {
+    return createWithOffset(static_cast<uint64_t>(coder.decodeInt64("offset")),
+                            static_cast<uint64_t>(coder.decodeInt64("length")), coder.decodeInt64("timestamp"),
+                            coder.decodeInt64("duration"), static_cast<uint64_t>(coder.decodeInt64("thumbLength")));
+}
+
+void SCVideoBlock::encodeWithCoder(KeyedArchiver& coder) const {
+    coder.encodeInteger("offset", static_cast<int64_t>(_offset));
+    coder.encodeInteger("length", static_cast<int64_t>(_totalLength));
+    coder.encodeInt64("timestamp", _timestamp);
+    coder.encodeInt64("duration", _duration);
+    coder.encodeInteger("thumbLength", static_cast<int64_t>(_thumbLength));
+}
+
+// MARK: - SCVideoResource
+
+std::shared_ptr<SCVideoResource> SCVideoResource::createWithStorage(std::shared_ptr<SCResourceStorage> storage,
+                                                                    std::vector<std::shared_ptr<SCVideoBlock>> blocks,
+                                                                    int64_t width, int64_t height) {
+    std::shared_ptr<SCVideoResource> resource(new SCVideoResource());
+    resource->_storage = std::move(storage);
+    resource->_blocks = std::move(blocks);
+    resource->_width = width;
+    resource->_height = height;
+    return resource;
+}
+
+std::shared_ptr<SCVideoResource> SCVideoResource::createWithCoder(KeyedUnarchiver& coder) {
+    auto blocks = coder.decodeObjectsOfClass<SCVideoBlock>("blocks");
+    auto storage = coder.decodeObjectOfClass<SCResourceStorage>("storage");
+    if (!storage) return nullptr;
+    return createWithStorage(std::move(storage), std::move(blocks), coder.decodeInt64("width"),
+                             coder.decodeInt64("height"));
+}
+
+void SCVideoResource::encodeWithCoder(KeyedArchiver& coder) const {
+    coder.encodeObjects("blocks", _blocks);
+    coder.encodeObject("storage", _storage);
+    coder.encodeInteger("width", _width);
+    coder.encodeInteger("height", _height);
+}
+
+int64_t SCVideoResource::duration() const {
+    if (_blocks.empty()) return 0;
+    const SCVideoBlock& last = *_blocks.back();
+    return last.duration() == QMNoTimeLimited ? QMNoTimeLimited : wrappingAdd(last.timestamp(), last.duration());
+}
+
+std::shared_ptr<SCVideoBlock> SCVideoResource::findVideoBlockAtTimestamp(int64_t t) const {
+    const int64_t count = numberOfFrames();
+    const int64_t total = duration();
+    if (count == 0 || total == 0) return nullptr;
+
+    // Guess by the average frame time, then probe outward from the guess in both directions.
+    const int64_t average = total / count;
+    const int64_t guess = average > 0 ? t / average : 0;
+    const int64_t towardStart = wrappingAdd(guess, 1);
+    const int64_t towardEnd = wrappingSubtract(count, guess);
+    const int64_t steps =
+        static_cast<uint64_t>(towardStart) > static_cast<uint64_t>(towardEnd) ? towardStart : towardEnd;
+    int64_t left = 0;
+    int64_t right = count - 1;
+    bool leftDone = false;
+    bool rightDone = false;
+    for (int64_t step = 1; step <= steps; ++step) {
+        const int64_t i = guess - (step - 1);
+        if (i >= 0 && !leftDone && i < count) {
+            const SCVideoBlock& block = *_blocks[i];
+            if (blockContains(block, t)) return _blocks[i];
+            leftDone = wrappingAdd(block.timestamp(), block.duration()) < t;
+            if (leftDone) left = i;
+        }
+        const int64_t j = guess + step;
+        if (j < count && !rightDone) {
+            const SCVideoBlock& block = *_blocks[j];
+            if (blockContains(block, t)) return _blocks[j];
+            rightDone = block.timestamp() > t;
+            if (rightDone) right = j;
+        }
+        if (leftDone && rightDone) break;
+    }
+
+    // In a hole or outside every block: the nearer of the blocks on either side.
+    if (left > right) return nullptr;
+    std::shared_ptr<SCVideoBlock> previous;
+    std::shared_ptr<SCVideoBlock> next;
+    for (int64_t k = left; k <= right; ++k) {
+        if (_blocks[k]->timestamp() > t) {
+            next = _blocks[k];
+            break;
+        }
+        previous = _blocks[k];
+    }
+    if (!next) return nullptr;
+    if (!previous) return next;
+    const int64_t afterPrevious = wrappingSubtract(wrappingSubtract(t, previous->timestamp()), previous->duration());
+    return afterPrevious < wrappingSubtract(next->timestamp(), t) ? previous : next;
+}
+
+void SCVideoResource::fillCache(int64_t timestamp) {
+    if (_cacheCGimage) {
+        _cacheCGimage.reset();
+        _cacheVideoBlock.reset();
+        _cacheThumbImage.reset();
+    }
+    _cacheVideoBlock = findVideoBlockAtTimestamp(timestamp);
+    if (!_cacheVideoBlock) return;
+    const SCVideoBlock& block = *_cacheVideoBlock;
+    const std::vector<uint8_t> bytes =
+        _storage ? _storage->readDataOfLength(block.length(), block.offset()) : std::vector<uint8_t>();
+    // A block that reaches past the end of the file, or whose thumbnail would be longer than
+    // the block, reads as nothing.
+    if (bytes.empty() || bytes.size() < block.length() || block.thumbLength() > bytes.size()) {
+        QMLog("Failed to read video image cache buffer.");
+        _cacheVideoBlock.reset();
+        return;
+    }
+    const std::span<const uint8_t> all(bytes);
+    if (block.thumbLength() != 0) {
+        const size_t pictureLength = bytes.size() - block.thumbLength();
+        _cacheCGimage = SCResource::decodeCGImage(all.first(pictureLength));
+        _cacheThumbImage = SCResource::decodeCGImage(all.subspan(pictureLength));
+    } else {
+        _cacheCGimage = SCResource::decodeCGImage(all);
+    }
+}
+
+void SCVideoResource::createCacheAtTimestamp(int64_t timestamp) {
+    _cacheQueue->sync([&] { fillCache(timestamp); });
+}
+
+std::shared_ptr<const Bitmap> SCVideoResource::cachedPicture(int64_t timestamp, bool thumb) {
+    if (timestamp < 0 || timestamp > duration()) return nullptr;
+    std::shared_ptr<const Bitmap> picture;
+    _cacheQueue->sync([&] {
+        if (!_cacheCGimage || !_cacheVideoBlock || !_cacheVideoBlock->timeRange().containLocation(timestamp)) {
+            fillCache(timestamp);
+        }
+        picture = thumb && _cacheThumbImage ? _cacheThumbImage : _cacheCGimage;
+    });
+    return picture;
+}
+
+std::shared_ptr<const Bitmap> SCVideoResource::cgImageAtTimestamp(int64_t timestamp) {
+    return cachedPicture(timestamp, false);
+}
+
+std::shared_ptr<const Bitmap> SCVideoResource::thumbImageAtTimestamp(int64_t timestamp) {
+    return cachedPicture(timestamp, true);
+}
+
+std::shared_ptr<const Bitmap> SCVideoResource::thumbnail() {
+    std::shared_ptr<const Bitmap> poster;
+    _cacheQueue->sync([&] {
+        if (!_thumbnail) {
+            const Size size = SCResource::thumbnailSize();
+            const Rect canvas{{0, 0}, size};
+            const auto picture = cgImageAtTimestamp(0);
+            // The picture is fitted by its source rectangle for the canvas, and drawn from the
+            // canvas-sized corner of the picture.
+            const Rect dest =
+                picture ? QMCommon::adjustImageWithSize(Size{static_cast<double>(picture->width()),
+                                                             static_cast<double>(picture->height())},
+                                                        canvas)
+                        : Rect{};
+            _thumbnail = SCThumbnailCanvas::drawPicture(size, picture, dest, canvas);
+        }
+        poster = _thumbnail;
+    });
+    return poster;
+}
+
+void SCVideoResource::invalidate() {
+    if (_storage) _storage->cleanCache();
+}
+
+}  // namespace qm

@@ -1,0 +1,241 @@
+#include "store/SCResource.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "codec/QVAudioFrame2.h"
+#include "foundation/QMCommon.h"
+#include "platform/KeyedArchiver.h"
+#include "platform/Log.h"
+#include "store/SCAudioResource.h"
+#include "store/SCImageResource.h"
+#include "store/SCVideoResource.h"
+
+#include "support/TestEnvironment.h"
+
+namespace qm {
+namespace {
+
+std::shared_ptr<const Bitmap> solid(int width, int height, uint8_t red, uint8_t green, uint8_t blue) {
+    std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * 4);
+    for (size_t i = 0; i < pixels.size(); i += 4) {
+        pixels[i] = red, pixels[i + 1] = green, pixels[i + 2] = blue, pixels[i + 3] = 255;
+    }
+    return Bitmap::createWithPixels(width, height, std::move(pixels));
+}
+
+// An archive of class "SCResource" holding only what the test gives, as an older or foreign
+// writer might have made it.
+class PartialRecord : public Archivable {
+public:
+    std::string identifier;
+    std::string payloadKey;
+    std::shared_ptr<Archivable> payload;
+
+    std::string archiveClassName() const override { return "SCResource"; }
+    void encodeWithCoder(KeyedArchiver& coder) const override {
+        coder.encodeString("identifier", identifier);
+        coder.encodeObject(payloadKey, payload);
+    }
+};
+
+class ResourceTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        registerStoreArchiveClasses();
+    }
+
+    static std::shared_ptr<SCAudioResource> makeAudio() {
+        auto storage = SCResourceStorage::create();
+        const std::vector<int16_t> samples(64 * 2, 1234);
+        const auto bytes = SCResource::encodeAudioFrame(
+            QVAudioFrame2::create(1, 2, 44100, 64, reinterpret_cast<const uint8_t*>(samples.data())));
+        storage->appendData(bytes);
+        storage->flushCacheBuffer();
+        return SCAudioResource::createWithDataStorage(storage, {SCAudioBlock::createWithOffset(0, bytes.size(), 0, 64)},
+                                                      44100, 2, 1, 0);
+    }
+    static std::shared_ptr<SCVideoResource> makeVideo() {
+        auto storage = SCResourceStorage::create();
+        const auto jpeg = SCResource::encodeCGImage(solid(64, 48, 10, 200, 10));
+        storage->appendData(jpeg);
+        storage->flushCacheBuffer();
+        return SCVideoResource::createWithStorage(storage, {SCVideoBlock::createWithOffset(0, jpeg.size(), 0, 1000)},
+                                                  64, 48);
+    }
+    std::string writePicture(const std::string& name) const {
+        const std::string path = _directory + "/" + name;
+        const auto png = solid(40, 30, 200, 10, 10)->PNGRepresentation();
+        std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(png.data()),
+                                                    static_cast<std::streamsize>(png.size()));
+        return path;
+    }
+    static std::shared_ptr<SCResource> roundTrip(const std::shared_ptr<Archivable>& object) {
+        return std::dynamic_pointer_cast<SCResource>(
+            KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(object)));
+    }
+
+    test::PrivateUserDirectories _user{"resource_test"};
+    const std::string _directory = _user.path();
+};
+
+TEST_F(ResourceTest, ConstructorsSetIdentifierSignatureNameAndPayloads) {
+    const auto audio = makeAudio();
+    const auto video = makeVideo();
+    const auto image = SCImageResource::createWithURL(writePicture("Holiday.png"));
+
+    const auto full = SCResource::createWithIdentifierSigntureAudioVideo("ID-1", "SIG", audio, video);
+    EXPECT_EQ(full->identifier(), "ID-1");
+    EXPECT_EQ(full->signture(), "SIG");
+    EXPECT_TRUE(full->audioExist() && full->videoExist() && !full->imageExist());
+    EXPECT_EQ(full->originalPath(), "");
+    EXPECT_FALSE(full->humanReadableName().empty());
+    EXPECT_LE(std::chrono::abs(full->creationDate() - SCResource::Clock::now()), std::chrono::seconds(5));
+
+    const auto fresh = SCResource::createWithAudio(audio, nullptr);
+    const auto other = SCResource::createWithSigntureAudioVideo("S2", nullptr, video);
+    EXPECT_EQ(fresh->identifier().size(), 36u);
+    EXPECT_NE(fresh->identifier(), other->identifier());
+    EXPECT_EQ(other->signture(), "S2");
+    EXPECT_TRUE(!other->audioExist() && other->videoExist());
+    EXPECT_EQ(SCResource::createWithIdentifierAudioVideo("ID-2", audio, nullptr)->identifier(), "ID-2");
+
+    const auto picture = SCResource::createWithIdentifierImage("ID-3", image);
+    EXPECT_EQ(picture->humanReadableName(), "Holiday");
+    EXPECT_TRUE(picture->imageExist() && !picture->audioExist() && !picture->videoExist());
+    EXPECT_EQ(SCResource::createWithSigntureImage("S3", image)->signture(), "S3");
+    EXPECT_EQ(SCResource::createWithIdentifierSigntureImage("ID-4", "S4", image)->identifier(), "ID-4");
+    EXPECT_EQ(SCResource::createWithImage(image)->identifier().size(), 36u);
+}
+
+TEST_F(ResourceTest, SignatureIsTheIdentifierUntilThePathIsLongEnoughThenTheFileSignatureIsKept) {
+    const auto record = SCResource::createWithAudio(makeAudio(), nullptr);
+    EXPECT_EQ(record->signture(), record->identifier());
+    record->setOriginalPath("a.b");
+    EXPECT_EQ(record->signture(), record->identifier());
+
+    const std::string path = writePicture("source.png");
+    const std::string expected = QMCommon::calcSigntureWithURL(path);
+    ASSERT_FALSE(expected.empty());
+    record->setOriginalPath(path);
+    EXPECT_EQ(record->signture(), expected);
+    // Stored: a changed file no longer matters.
+    std::ofstream(path, std::ios::binary | std::ios::app) << "more bytes";
+    EXPECT_EQ(record->signture(), expected);
+}
+
+TEST_F(ResourceTest, ArchiveRoundTripKeepsFieldsAndPayloads) {
+    const auto record = SCResource::createWithIdentifierAudioVideo("REC", makeAudio(), makeVideo());
+    record->setHumanReadableName("Meeting");
+    const std::string path = writePicture("orig.png");
+    record->setOriginalPath(path);
+
+    const auto decoded = roundTrip(record);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->identifier(), "REC");
+    EXPECT_EQ(decoded->humanReadableName(), "Meeting");
+    EXPECT_EQ(decoded->originalPath(), path);
+    // The signature was computed while archiving.
+    EXPECT_EQ(decoded->signture(), QMCommon::calcSigntureWithURL(path));
+    EXPECT_LE(std::chrono::abs(decoded->creationDate() - record->creationDate()), std::chrono::microseconds(1));
+    ASSERT_TRUE(decoded->audioExist() && decoded->videoExist());
+    EXPECT_FALSE(decoded->imageExist());
+    EXPECT_TRUE(decoded->audioResource()->sampleBufferWithRange(QVRange(0, 64)));
+    EXPECT_TRUE(decoded->videoResource()->cgImageAtTimestamp(10));
+
+    const auto picture = roundTrip(SCResource::createWithIdentifierImage("PIC", SCImageResource::createWithURL(path)));
+    ASSERT_TRUE(picture);
+    EXPECT_TRUE(picture->imageExist());
+    EXPECT_FALSE(picture->audioExist() || picture->videoExist());
+    EXPECT_EQ(picture->imageResource()->url(), path);
+}
+
+TEST_F(ResourceTest, ArchiveLosingSomePayloadsKeepsTheRestAndLosingAllReadsAsNothing) {
+    const auto record = SCResource::createWithIdentifierAudioVideo("REC", makeAudio(), makeVideo());
+    const auto archive = KeyedArchiver::archivedDataWithRootObject(record);
+    std::filesystem::remove(*record->videoResource()->storage()->cacheFile());
+    const auto partial = std::dynamic_pointer_cast<SCResource>(KeyedUnarchiver::unarchiveObjectWithData(archive));
+    ASSERT_TRUE(partial);
+    EXPECT_TRUE(partial->audioExist());
+    EXPECT_FALSE(partial->videoExist());
+
+    std::filesystem::remove(*record->audioResource()->storage()->cacheFile());
+    EXPECT_EQ(KeyedUnarchiver::unarchiveObjectWithData(archive), nullptr);
+}
+
+TEST_F(ResourceTest, ArchiveWithoutDateOrPathGetsNowAtFirstReadAndAPayloadOfTheWrongClassIsRefused) {
+    auto older = std::make_shared<PartialRecord>();
+    older->identifier = "OLD";
+    older->payloadKey = "audioResource";
+    older->payload = makeAudio();
+    const auto decoded = roundTrip(older);
+    ASSERT_TRUE(decoded);
+    EXPECT_EQ(decoded->originalPath(), "");
+    EXPECT_EQ(decoded->signture(), "OLD");
+    const auto first = decoded->creationDate();
+    EXPECT_LE(std::chrono::abs(first - SCResource::Clock::now()), std::chrono::seconds(5));
+    EXPECT_EQ(decoded->creationDate(), first);
+
+    auto foreign = std::make_shared<PartialRecord>();
+    foreign->identifier = "X";
+    foreign->payloadKey = "audioResource";
+    foreign->payload = makeVideo();
+    LogCapture capture;
+    EXPECT_EQ(roundTrip(foreign), nullptr);
+    EXPECT_EQ(capture.count("Warning: unexpected class SCVideoResource for key audioResource"), 1u);
+}
+
+TEST_F(ResourceTest, ThumbnailPrefersVideoThenImageThenAudio) {
+    const auto video = makeVideo();
+    const auto image = SCImageResource::createWithURL(writePicture("p.png"));
+    const auto audio = makeAudio();
+    EXPECT_EQ(SCResource::createWithAudio(audio, video)->thumbnail(), video->thumbnail());
+    EXPECT_EQ(SCResource::createWithImage(image)->thumbnail(), image->thumbnail());
+    EXPECT_EQ(SCResource::createWithAudio(audio, nullptr)->thumbnail(), SCAudioResource::defaultThumbnail());
+    EXPECT_EQ(SCResource::createWithAudio(nullptr, nullptr)->thumbnail(), nullptr);
+    EXPECT_EQ(SCResource::createWithImage(nullptr)->thumbnail(), nullptr);
+}
+
+TEST_F(ResourceTest, InvalidateDeletesStoredMediaButNotThePictureFile) {
+    const auto audio = makeAudio();
+    const auto video = makeVideo();
+    const std::string audioFile = *audio->storage()->cacheFile();
+    const std::string videoFile = *video->storage()->cacheFile();
+    SCResource::createWithAudio(audio, video)->invalidateResource();
+    EXPECT_FALSE(std::filesystem::exists(audioFile));
+    EXPECT_FALSE(std::filesystem::exists(videoFile));
+
+    const std::string picture = writePicture("keep.png");
+    SCResource::createWithImage(SCImageResource::createWithURL(picture))->invalidateResource();
+    EXPECT_TRUE(std::filesystem::exists(picture));
+}
+
+TEST_F(ResourceTest, PictureAndFrameCodecsRoundTripAndRefuseGarbage) {
+    EXPECT_TRUE(SCResource::encodeCGImage(nullptr).empty());
+    const auto jpeg = SCResource::encodeCGImage(solid(16, 16, 250, 250, 0));
+    ASSERT_GT(jpeg.size(), 4u);
+    EXPECT_EQ(jpeg[0], 0xFF);
+    EXPECT_EQ(jpeg[1], 0xD8);
+    const auto picture = SCResource::decodeCGImage(jpeg);
+    ASSERT_TRUE(picture);
+    EXPECT_GT(picture->pixelAt(8, 8)[0], 240);
+    EXPECT_EQ(SCResource::decodeCGImage(std::vector<uint8_t>(100, 7)), nullptr);
+
+    const std::vector<int16_t> samples{1, -1, 300, -300};
+    const auto frame = QVAudioFrame2::create(1, 2, 8000, 2, reinterpret_cast<const uint8_t*>(samples.data()));
+    const auto back = SCResource::decodeAudioFrame(SCResource::encodeAudioFrame(frame));
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->numberOfSamples(), 2);
+    EXPECT_EQ(back->dataOfPackedSamples(), frame->dataOfPackedSamples());
+    LogCapture capture;
+    EXPECT_EQ(SCResource::decodeAudioFrame({1, 2, 3}), nullptr);
+    EXPECT_EQ(SCResource::decodeAudioFrame(KeyedArchiver::archivedDataWithRootObject(makeAudio())), nullptr);
+    EXPECT_EQ(SCResource::decodeAudioFrame({}), nullptr);
+    EXPECT_EQ(capture.lines().size(), 2u);
+}
+
+}  // namespace
+}  // namespace qm
