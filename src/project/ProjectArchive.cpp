@@ -1,0 +1,21 @@
+#include "project/ProjectArchive.h"
+
+#include <mutex>
+
+#include "platform/KeyedArchiver.h"
+#include "project/QVClip.h"
+#include "project/QVProject.h"
+#include "project/QVTrack.h"
+
+namespace qm {
+
+void registerProjectArchiveClasses() {
+    static std::once_flag once;
+    std::call_once(once, [] {
+        KeyedUnarchiver::registerClass<QVClip>("QVClip");
+        KeyedUnarchiver::registerClass<QVTrack>("QVTrack");
+        KeyedUnarchiver::registerClass<QVProject>("QVProject");
+    });
+}
+
+}  // namespace qm

@@ -1,0 +1,9 @@
+#pragma once
+
+namespace qm {
+
+// Registers the archive classes of the editing model ("QVClip", "QVTrack", "QVProject") with
+// KeyedUnarchiver. Runs once per process; call it before reading a project or clips.
+void registerProjectArchiveClasses();
+
+}  // namespace qm

@@ -1,0 +1,331 @@
+#include "project/QVClip.h"
+
+#include <cmath>
+
+#include "foundation/QMCommon.h"
+#include "foundation/QVSampleDescription.h"
+#include "foundation/QVVolumeEffect.h"
+#include "platform/UUID.h"
+#include "project/QVTrack.h"
+
+namespace qm {
+
+namespace {
+
+// Wrapping sums: durations read from an archive are not limited, and a sum of them must not trap.
+int64_t plus(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) + static_cast<uint64_t>(b));
+}
+
+int64_t minus(int64_t a, int64_t b) {
+    return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
+}
+
+// (low, high - low), or (low, 0) when high is not above low.
+QVRange halfOpen(int64_t low, int64_t high) { return high > low ? QVRange(low, minus(high, low)) : QVRange(low, 0); }
+
+int64_t endOf(const QVClip& clip) { return clip.trackTimeRange().end(); }
+
+// `value` raised to the range's location and lowered to its endLocation, in that order.
+int64_t limited(int64_t value, const QVRange& range) {
+    if (value < range.location()) value = range.location();
+    if (value > range.endLocation()) value = range.endLocation();
+    return value;
+}
+
+}  // namespace
+
+QVClip::QVClip()
+    : _identifier(UUID::create().UUIDString()), _volume(QVVolumeEffect::defaultVolume()) {}
+
+QVClip::~QVClip() = default;
+
+std::shared_ptr<QVClip> QVClip::create() {
+    std::shared_ptr<QVClip> clip(new QVClip());
+    clip->loadDefaultSettings();
+    return clip;
+}
+
+std::shared_ptr<QVClip> QVClip::createWithCoder(KeyedUnarchiver& coder) {
+    std::shared_ptr<QVClip> clip(new QVClip());
+    if (!clip->initWithCoder(coder)) return nullptr;
+    return clip;
+}
+
+std::shared_ptr<QVClip> QVClip::copy() const {
+    auto clip = create();
+    copyPropertiesTo(*clip);
+    return clip;
+}
+
+void QVClip::copyPropertiesTo(QVClip& clip) const {
+    clip.setOwner(nullptr);
+    clip.setTrackDuration(_duration);
+    clip.setTimestampOfTrack(_timestampOfTrack);
+    clip.setValidate(_validate);
+    clip.setMute(_mute);
+    clip.setIgnoreVideo(_ignoreVideo);
+    clip.setValideteShadow(_valideteShadow);
+    clip.setValidateCrop(_validateCrop);
+    clip.setValidateColorControl(_validateColorControl);
+    clip._volume = _volume;
+    clip._volumeGain.reset();
+}
+
+void QVClip::resetCacheImage() {}
+
+int64_t QVClip::sourceDuration() const { return unlimitedSourceDuration; }
+
+bool QVClip::audioExist() const { return false; }
+
+bool QVClip::videoExist() const { return true; }
+
+std::string QVClip::title() const { return "Unknown"; }
+
+Size QVClip::sourceSize() const { return {}; }
+
+bool QVClip::allowResizeBounds() const { return true; }
+
+bool QVClip::allowRotate() const { return true; }
+
+bool QVClip::allowMove() const { return true; }
+
+void QVClip::loadDefaultSettings() {
+    setTimestampOfTrack(0);
+    const int64_t source = sourceDuration();
+    setTrackDuration(source == unlimitedSourceDuration ? 5 * QVTimebase : source);
+    setValidate(true);
+    setMute(false);
+    setIgnoreVideo(false);
+}
+
+std::shared_ptr<QVSampleBuffer> QVClip::sampleBufferWithRange(const QVRange&, const QVSampleDescription&, bool) {
+    return nullptr;
+}
+
+std::shared_ptr<QVSampleBuffer> QVClip::sampleBufferWithRange(const QVRange& range,
+                                                              const QVSampleDescription& description) {
+    return sampleBufferWithRange(range, description, false);
+}
+
+int64_t QVClip::trackTimestampToSource(int64_t) const { return 0; }
+
+int64_t QVClip::trackTimestampFromSource(int64_t) const { return 0; }
+
+QVRange QVClip::trackTimeRange() const { return QVRange(_timestampOfTrack, _duration); }
+
+std::shared_ptr<QVClip> QVClip::self() const { return std::const_pointer_cast<QVClip>(shared_from_this()); }
+
+QVClip::Neighbours QVClip::neighbours() const {
+    Neighbours found;
+    auto track = owner();
+    if (!track) return found;
+    const size_t index = track->indexOfObjectInClips(self());
+    if (index == QVNotFound) return found;
+    if (index >= 1) found.prev = track->objectInClipsAtIndex(index - 1);
+    if (index >= 2) found.prevprev = track->objectInClipsAtIndex(index - 2);
+    found.next = track->objectInClipsAtIndex(index + 1);
+    found.nextnext = track->objectInClipsAtIndex(index + 2);
+    return found;
+}
+
+QVRange QVClip::rangeOfTimestampAtTrack() const {
+    const Neighbours n = neighbours();
+    const int64_t min = minClipDuration;
+    const int64_t d = _duration;
+    int64_t low = 0;
+    if (n.prev) {
+        low = plus(n.prev->timestampOfTrack(), min);
+        const int64_t prevEnd = endOf(*n.prev);
+        if (plus(low, d) <= plus(prevEnd, min)) low = plus(minus(prevEnd, d), min);
+        if (n.prevprev && low <= endOf(*n.prevprev)) low = endOf(*n.prevprev);
+    }
+    if (!n.next) return halfOpen(low, unlimitedBound);
+    int64_t high = minus(n.next->timestampOfTrack(), min);
+    const int64_t nextEnd = endOf(*n.next);
+    if (minus(nextEnd, min) <= plus(d, high)) high = minus(minus(nextEnd, min), d);
+    if (n.nextnext && n.nextnext->timestampOfTrack() <= plus(d, high)) {
+        high = minus(minus(n.nextnext->timestampOfTrack(), d), 1);
+    }
+    return halfOpen(low, high);
+}
+
+QVRange QVClip::rangeOfDurationAtTrack() const {
+    const Neighbours n = neighbours();
+    const int64_t min = minClipDuration;
+    const int64_t s = _timestampOfTrack;
+    int64_t low = min;
+    if (n.prev && plus(s, low) < plus(endOf(*n.prev), min)) low = minus(plus(endOf(*n.prev), min), s);
+    if (!n.next) return halfOpen(low, unlimitedBound);
+    int64_t high = minus(minus(endOf(*n.next), min), s);
+    if (n.nextnext && n.nextnext->timestampOfTrack() < plus(s, high)) {
+        high = minus(n.nextnext->timestampOfTrack(), s);
+    }
+    return halfOpen(low, high);
+}
+
+QVRange QVClip::rangeOfTimestampForCut() const {
+    const Neighbours n = neighbours();
+    const int64_t min = minClipDuration;
+    int64_t low = 0;
+    if (n.prev) {
+        low = plus(n.prev->timestampOfTrack(), min);
+        if (n.prevprev && low < endOf(*n.prevprev)) low = endOf(*n.prevprev);
+    }
+    int64_t high = minus(endOf(*this), min);
+    if (n.next && minus(n.next->timestampOfTrack(), min) < high) high = minus(n.next->timestampOfTrack(), min);
+    return halfOpen(low, high);
+}
+
+void QVClip::setTimestampOfTrack(int64_t timestamp) {
+    if (!_notCheckValue) {
+        const QVRange range = rangeOfTimestampAtTrack();
+        if (range.empty()) return;
+        timestamp = limited(timestamp, range);
+    }
+    if (timestamp == _timestampOfTrack) return;
+    const int64_t old = _timestampOfTrack;
+    registerUndo([old](QVClip& clip) { clip.setTimestampOfTrack(old); });
+    willChangeValueForKey("timestampOfTrack");
+    _timestampOfTrack = timestamp;
+    didChangeValueForKey("timestampOfTrack");
+}
+
+void QVClip::setTrackDuration(int64_t duration) {
+    if (!_notCheckValue) {
+        const QVRange range = rangeOfDurationAtTrack();
+        if (range.empty()) return;
+        duration = limited(duration, range);
+    }
+    if (duration == _duration) return;
+    const int64_t old = _duration;
+    registerUndo([old](QVClip& clip) { clip.setTrackDuration(old); });
+    willChangeValueForKey("trackDuration");
+    _duration = duration;
+    didChangeValueForKey("trackDuration");
+}
+
+void QVClip::cutAtTimestamp(int64_t timestamp) {
+    const UndoRef undo = undoManager();
+    undo.beginUndoGrouping();
+    timestamp = limited(timestamp, rangeOfTimestampForCut());
+    const int64_t end = endOf(*this);
+    _notCheckValue = true;
+    setTrackDuration(minus(end, timestamp));
+    setTimestampOfTrack(timestamp);
+    _notCheckValue = false;
+    undo.endUndoGrouping();
+}
+
+QVRange QVClip::sampleRangeWithSampleDescription(const QVSampleDescription& description) const {
+    const int64_t rate = description.sampleRate();
+    return QVRange(QMSamplesFromTimestamp(rate, _timestampOfTrack), QMSamplesFromTimestamp(rate, _duration));
+}
+
+void QVClip::setMute(bool mute) {
+    if (mute == _mute) return;
+    const bool old = _mute;
+    registerUndo([old](QVClip& clip) { clip.setMute(old); });
+    willChangeValueForKey("mute");
+    _mute = mute;
+    didChangeValueForKey("mute");
+}
+
+void QVClip::setTrackVolume(double volume) {
+    if (!(std::fabs(_volume - volume) > QMCommon::expression())) return;
+    const double old = _volume;
+    registerUndo([old](QVClip& clip) { clip.setTrackVolume(old); });
+    willChangeValueForKey("trackVolume");
+    _volume = volume;
+    _volumeGain.reset();
+    didChangeValueForKey("trackVolume");
+}
+
+std::shared_ptr<QVVolumeGainEffect> QVClip::volumeGain() {
+    if (!_volumeGain) _volumeGain = QVVolumeGainEffect::createWithVolume(_volume);
+    return _volumeGain;
+}
+
+void QVClip::storeFlag(bool& field, bool value, const char* key) {
+    willChangeValueForKey(key);
+    field = value;
+    didChangeValueForKey(key);
+}
+
+void QVClip::setValidate(bool validate) { storeFlag(_validate, validate, "validate"); }
+
+void QVClip::setIgnoreVideo(bool ignoreVideo) { storeFlag(_ignoreVideo, ignoreVideo, "ignoreVideo"); }
+
+void QVClip::setValidateColorControl(bool validate) {
+    storeFlag(_validateColorControl, validate, "validateColorControl");
+}
+
+void QVClip::setValidateCrop(bool validate) { storeFlag(_validateCrop, validate, "validateCrop"); }
+
+void QVClip::setValideteShadow(bool validate) { storeFlag(_valideteShadow, validate, "valideteShadow"); }
+
+UndoRef QVClip::undoManager() const {
+    auto track = owner();
+    return track ? track->undoManager() : UndoRef();
+}
+
+void QVClip::registerUndo(std::function<void(QVClip&)> restore) {
+    const UndoRef undo = undoManager();
+    if (!undo) return;
+    std::weak_ptr<QVClip> weak = self();
+    undo.registerUndo(this, [weak, restore = std::move(restore)] {
+        if (auto clip = weak.lock()) restore(*clip);
+    });
+}
+
+std::any QVClip::valueForKey(const std::string& key) const {
+    if (key == "mute") return _mute;
+    if (key == "trackVolume") return _volume;
+    if (key == "volumeGain") return _volumeGain;
+    if (key == "timestampOfTrack") return _timestampOfTrack;
+    if (key == "trackDuration") return _duration;
+    if (key == "trackTimeRange") return trackTimeRange();
+    if (key == "validate") return _validate;
+    if (key == "ignoreVideo") return _ignoreVideo;
+    if (key == "validateColorControl") return _validateColorControl;
+    if (key == "validateCrop") return _validateCrop;
+    if (key == "valideteShadow") return _valideteShadow;
+    return Observable::valueForKey(key);
+}
+
+std::vector<std::string> QVClip::keyPathsForValuesAffectingValueForKey(const std::string& key) const {
+    if (key == "volumeGain") return {"trackVolume"};
+    if (key == "trackTimeRange") return {"timestampOfTrack", "trackDuration"};
+    return Observable::keyPathsForValuesAffectingValueForKey(key);
+}
+
+void QVClip::encodeWithCoder(KeyedArchiver& coder) const {
+    coder.encodeString("identifier", _identifier);
+    coder.encodeInt64("timestampOfTrack", _timestampOfTrack);
+    coder.encodeInt64("duration", _duration);
+    coder.encodeBool("ignoreVideo", _ignoreVideo);
+    coder.encodeBool("mute", _mute);
+    coder.encodeBool("validate", _validate);
+    coder.encodeBool("validateColorControl", _validateColorControl);
+    coder.encodeBool("validateCrop", _validateCrop);
+    coder.encodeBool("valideteShadow", _valideteShadow);
+    coder.encodeFloat("volume", _volume);
+}
+
+bool QVClip::initWithCoder(KeyedUnarchiver& coder) {
+    _identifier = coder.decodeString("identifier");
+    _duration = coder.decodeInt64("duration");
+    setTimestampOfTrack(coder.decodeInt64("timestampOfTrack"));
+    setValidate(coder.decodeBool("validate"));
+    setMute(coder.decodeBool("mute"));
+    setIgnoreVideo(coder.decodeBool("ignoreVideo"));
+    setValideteShadow(coder.decodeBool("valideteShadow"));
+    setValidateCrop(coder.decodeBool("validateCrop"));
+    setValidateColorControl(coder.decodeBool("validateColorControl"));
+    _volume = coder.decodeFloat("volume");
+    _notCheckValue = false;
+    setOwner(nullptr);
+    return true;
+}
+
+}  // namespace qm
