@@ -3,6 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,6 +13,10 @@
 namespace qm {
 
 class Archivable;
+class Bitmap;
+class Image;
+class RenderContext;
+enum class PixelFormat;
 
 // Stateless helpers shared by the whole engine: time text, angles and geometry, file signatures,
 // digests and the archive entry points.
@@ -61,6 +66,24 @@ public:
     // This build has no Metal device and no dark appearance.
     static bool metalSupported() { return false; }
     static bool darkMode() { return false; }
+
+    // Images (QMCommonImage.cpp). CGImage and NSImage are both Bitmap here.
+    //
+    // The process-wide render context, made on first use and shared by every thread.
+    static const RenderContext& shareContext();
+    // A copy of 8-bit pixel memory (`format`, rows from the top, `bytesPerRow` apart) as a Bitmap
+    // of the same size, with no colour matching. Nothing for no memory or a size that is not
+    // positive.
+    static std::shared_ptr<const Bitmap> convertFromCVPixelBuffer(const uint8_t* data, int width, int height,
+                                                                  size_t bytesPerRow, PixelFormat format);
+    // The image rendered over its extent. Nothing for a null image or an empty or infinite extent.
+    static std::shared_ptr<const Bitmap> CGImageConvertFromCIImage(const Image& image);
+    static std::shared_ptr<const Bitmap> NSImageConvertFromCIImage(const Image& image);
+    // The picture encoded as "public.png" or "public.jpeg" (at the default quality,
+    // defaultJPEGQuality()). Nothing for no picture or another type.
+    static std::optional<std::vector<uint8_t>> saveImageToData(const std::shared_ptr<const Bitmap>& image,
+                                                               const std::string& type);
+    static constexpr int defaultJPEGQuality() { return 85; }
 
     static std::vector<uint8_t> archiveRootObject(const std::shared_ptr<Archivable>& object);
     static std::shared_ptr<Archivable> unarchiveObjectWithData(const std::vector<uint8_t>& data);

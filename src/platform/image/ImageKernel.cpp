@@ -1,0 +1,44 @@
+#include "platform/image/ImageKernel.h"
+
+#include "platform/image/Nodes.h"
+#include "platform/image/RenderPass.h"
+
+namespace qm {
+
+KernelNode::KernelNode(std::shared_ptr<const ImageKernel> kernel, std::vector<Image> inputs, const Rect& extent)
+    : ImageNode(extent, std::move(inputs)), _kernel(std::move(kernel)) {}
+
+PixelRect KernelNode::regionOfInterest(size_t index, const PixelRect& rect) const {
+    if (!_kernel->regionOfInterest) return rect;
+    return PixelRect::enclosing(_kernel->regionOfInterest(index, rect.toRect()));
+}
+
+bool KernelNode::sharesInput(size_t index) const {
+    return index < _kernel->wholeInputs.size() && _kernel->wholeInputs[index];
+}
+
+void KernelNode::render(RenderPass& pass, const ImageTile& out) const {
+    std::vector<TileView> views;
+    std::vector<ConstImageTile> tiles;
+    views.reserve(inputs().size());
+    tiles.reserve(inputs().size());
+    for (size_t i = 0; i < inputs().size(); ++i) {
+        const ImageNode& in = input(i);
+        views.push_back(pass.view(in, regionOfInterest(i, out.rect).intersection(in.pixelBounds())));
+        tiles.push_back(views.back().tile());
+    }
+    _kernel->render(out, tiles);
+}
+
+Image applyKernel(std::shared_ptr<const ImageKernel> kernel, std::vector<Image> inputs) {
+    if (!kernel || !kernel->extent || !kernel->render) return {};
+    std::vector<Rect> extents;
+    for (const Image& image : inputs) {
+        if (image.isNull()) return {};
+        extents.push_back(image.extent());
+    }
+    const Rect extent = kernel->extent(extents).intersection(Image::infiniteExtent());
+    return Image(std::make_shared<KernelNode>(std::move(kernel), std::move(inputs), extent));
+}
+
+}  // namespace qm

@@ -1,0 +1,33 @@
+#include "platform/Bitmap.h"
+#include "platform/image/Nodes.h"
+#include "platform/image/PixelMath.h"
+#include "platform/image/RenderPass.h"
+
+namespace qm {
+
+BitmapNode::BitmapNode(std::shared_ptr<const Bitmap> bitmap)
+    : ImageNode(Rect{0, 0, double(bitmap->width()), double(bitmap->height())}, {}), _bitmap(std::move(bitmap)) {}
+
+void BitmapNode::render(RenderPass&, const ImageTile& out) const {
+    const int height = _bitmap->height();
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+        const uint8_t* src = _bitmap->data() + size_t(height - 1 - y) * _bitmap->bytesPerRow() + size_t(out.rect.x) * 4;
+        bytesToFloats(src, out.row(y), out.rect.width);
+    }
+}
+
+const Bitmap* BitmapNode::directBitmap(PixelRect& bounds) const {
+    bounds = bounds.intersection(pixelBounds());
+    return _bitmap.get();
+}
+
+ConstantColorNode::ConstantColorNode(Float4 premultiplied)
+    : ImageNode(Image::infiniteExtent(), {}), _color(premultiplied) {}
+
+void ConstantColorNode::render(RenderPass&, const ImageTile& out) const { out.fill(_color); }
+
+EmptyNode::EmptyNode() : ImageNode(Rect{}, {}) {}
+
+void EmptyNode::render(RenderPass&, const ImageTile& out) const { out.clear(); }
+
+}  // namespace qm
