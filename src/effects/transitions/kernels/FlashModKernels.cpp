@@ -1,0 +1,153 @@
+// Flash and mod: transitions whose boundary is drawn around a centre point.
+#include <cmath>
+
+#include "effects/transitions/kernels/KernelSupport.h"
+#include "effects/transitions/kernels/TransitionKernels.h"
+
+namespace qm {
+
+using namespace kernels;
+
+namespace {
+
+// The distance from `center` to the farthest corner of `rect`, at least one pixel.
+float farthestCorner(const Point& center, const Rect& rect) {
+    double farthest = 1;
+    for (double x : {rect.minX(), rect.maxX()}) {
+        for (double y : {rect.minY(), rect.maxY()}) farthest = std::max(farthest, std::hypot(x - center.x, y - center.y));
+    }
+    return float(farthest);
+}
+
+// A fixed pattern of spokes in 0..1 for the direction (ux, uy) (a unit vector):
+// 0.5 + 0.3 cos(16 a) + 0.2 cos(7 a), from powers of ux + i uy.
+float spokes(float ux, float uy) {
+    auto square = [](float& re, float& im) {
+        const float r = re * re - im * im;
+        im = 2.0f * re * im;
+        re = r;
+    };
+    float re2 = ux, im2 = uy;
+    square(re2, im2);
+    float re4 = re2, im4 = im2;
+    square(re4, im4);
+    float re16 = re4, im16 = im4;
+    square(re16, im16);
+    square(re16, im16);
+    // z^7 = z^4 * z^2 * z
+    const float re6 = re4 * re2 - im4 * im2;
+    const float im6 = re4 * im2 + im4 * re2;
+    const float re7 = re6 * ux - im6 * uy;
+    return 0.5f + 0.3f * re16 + 0.2f * re7;
+}
+
+}  // namespace
+
+Image flashTransition(const Image& from, const Image& to, double time, const FlashTransitionParameters& parameters) {
+    const float t = transitionTime(time);
+    const float threshold = std::clamp(float(parameters.fadeThreshold), 0.001f, 0.999f);
+    const Float4 flash = premultiplied(parameters.color);
+    const float cx0 = float(parameters.center.x);
+    const float cy0 = float(parameters.center.y);
+    const float inverseReach = 1.0f / farthestCorner(parameters.center, parameters.extent);
+    const float rayRadius = float(std::max(parameters.maxStriationRadius, 0.0));
+    const float rayStrength = float(parameters.striationStrength);
+    const int rayPower = std::max(1, int(std::lround(2.0 * parameters.striationContrast)));
+
+    auto kernel = transitionKernel("flash");
+    if (t > threshold) {
+        const float fade = (t - threshold) / (1.0f - threshold);
+        kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+            fillTile(out, [&](int y, float) {
+                const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+                return [=](int x, float) { return fade >= 1.0f ? b(x) : mix(flash, b(x), fade); };
+            });
+        };
+        return applyKernel(kernel, {from, to});
+    }
+
+    const float s = t / threshold;
+    auto cover = [=](float cx, float cy) {
+        const float vx = (cx - cx0) * inverseReach;
+        const float vy = (cy - cy0) * inverseReach;
+        const float d2 = vx * vx + vy * vy;
+        const float d = std::sqrt(d2);
+        const float glow = 1.0f / (1.0f + 16.0f * d2);
+        float rays = 0.0f;
+        if (d > 0.0f) {
+            const float stripe = spokes(vx / d, vy / d);
+            float power = stripe;
+            for (int i = 1; i < rayPower; ++i) power *= stripe;
+            rays = rayStrength * power * rayRadius / (rayRadius + 4.0f * d);
+        }
+        return std::min(s * s + s * (glow + rays), 1.0f);
+    };
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        // The flash is smooth but for its spokes near the centre; every eighth pixel is enough.
+        thread_local CoarseField flashCover;
+        if (s > 0.0f) flashCover.fill(out.rect, 3, cover);
+        fillTile(out, [&](int y, float) {
+            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
+            const CoarseField::Row row = s > 0.0f ? flashCover.row(y) : CoarseField::Row{};
+            return [=](int x, float) { return s > 0.0f ? mix(a(x), flash, row(x)) : a(x); };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+Image modTransition(const Image& from, const Image& to, double time, const ModTransitionParameters& parameters) {
+    const float t = transitionTime(time);
+    const float cx0 = float(parameters.center.x);
+    const float cy0 = float(parameters.center.y);
+    const float cosA = float(std::cos(parameters.angle));
+    const float sinA = float(std::sin(parameters.angle));
+    const float radius = float(std::max(parameters.radius, 1.0));
+    const float inversePitch = 1.0f / (2.0f * radius);
+    const float inversePitch2 = 1.0f / (2.0f * 0.7f * radius);
+    const float inverseCompression = 1.0f / float(std::max(parameters.compression, 1.0));
+    const float threshold = t * 1.415f;  // just above the farthest distance, sqrt(2)
+
+    // Distance in half-pitches from (gx, gy), in lattice units, to the nearest cell centre.
+    auto cellDistance = [](float gx, float gy) {
+        const float fx = gx - float(fastFloor(gx)) - 0.5f;
+        const float fy = gy - float(fastFloor(gy)) - 0.5f;
+        return 2.0f * std::sqrt(fx * fx + fy * fy);
+    };
+
+    // How much of a pixel shows the target, before clamping: the hole edge anti-aliased over the
+    // pixel, which spans about 1.2 k / radius of the distance.
+    auto targetShare = [=](float cx, float cy) {
+        const float qx = cx - cx0;
+        const float qy = cy - cy0;
+        const float k = 1.0f + std::sqrt(qx * qx + qy * qy) * inverseCompression;
+        const float rx = (qx * cosA - qy * sinA) * k;
+        const float ry = (qx * sinA + qy * cosA) * k;
+        const float d1 = cellDistance(rx * inversePitch, ry * inversePitch);
+        const float d2 = cellDistance((rx - ry) * 0.70710678f * inversePitch2 + 0.25f,
+                                      (rx + ry) * 0.70710678f * inversePitch2 + 0.25f);
+        return (threshold - std::min(d1, d2)) * radius / (1.2f * k) + 0.5f;
+    };
+
+    auto kernel = transitionKernel("mod");
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        // The distance field is smooth between its creases; every fourth pixel is enough.
+        thread_local CoarseField share;
+        const bool between = t > 0.0f && t < 1.0f;
+        if (between) share.fill(out.rect, 2, targetShare);
+        fillTile(out, [&](int y, float) {
+            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
+            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            const CoarseField::Row row = between ? share.row(y) : CoarseField::Row{};
+            return [=](int x, float) {
+                if (!between) return t <= 0.0f ? a(x) : b(x);
+                const float w = row(x);
+                if (w <= 0.0f) return a(x);
+                if (w >= 1.0f) return b(x);
+                return mix(a(x), b(x), w);
+            };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+}  // namespace qm

@@ -1,0 +1,244 @@
+// Page curl, with a shading image or with a cast shadow.
+//
+// Geometry, along the unit vector d of the angle, with u the position of a point along d measured
+// from the centre of the page: the page is rolled up behind the fold line u = L around a cylinder of
+// radius r lying on it. Page material at position s < L lies at arc length a = L - s from the fold:
+// for a <= pi r on the cylinder at angle a / r (seen at u = L - r sin(a / r)), beyond it flat on top
+// of the page, facing down, at u = 2L - pi r - s. So a point with L - r <= u < L sees the upper half
+// of the roll (the back of the page) over its lower half (the front), a point with u >= L sees the
+// flat top part (back) over the unrolled page (front), and the target shows where no page is.
+// L runs from the first corner of the page (time 0) until everything, roll included, is past the
+// last corner (time 1). On a page shorter than 2 pi r along d the radius shrinks to fit, so that
+// small pictures (thumbnails) still show the curl.
+#include <cmath>
+#include <numbers>
+#include <optional>
+
+#include "effects/transitions/kernels/KernelSupport.h"
+#include "effects/transitions/kernels/TransitionKernels.h"
+
+namespace qm {
+
+using namespace kernels;
+
+namespace {
+
+constexpr float kPi = std::numbers::pi_v<float>;
+// Lower half of the roll: material lies up to (pi / 2 - 1) r behind the point that shows it.
+constexpr float kLowerReach = kPi * 0.5f - 1.0f;
+
+struct CurlGeometry {
+    float t = 0;
+    float dx = 1;
+    float dy = 0;
+    float ox = 0;  // centre of the page
+    float oy = 0;
+    float line = 0;  // L, from the centre
+    float radius = 1;
+
+    // The page, grown by a pixel for the anti-aliased edge.
+    float minX = 0;
+    float minY = 0;
+    float maxX = 0;
+    float maxY = 0;
+
+    float along(float x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
+    bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
+};
+
+CurlGeometry makeGeometry(float t, const Rect& page, double angle, double radius) {
+    CurlGeometry g;
+    g.t = t;
+    g.dx = float(std::cos(angle));
+    g.dy = float(std::sin(angle));
+    g.ox = float(page.midX());
+    g.oy = float(page.midY());
+    const Span span = projectRect(page.offsetBy(-page.midX(), -page.midY()), g.dx, g.dy);
+    g.radius = std::max(std::min(float(radius), span.length() / (2.0f * kPi)), 1.0f);
+    g.line = span.min + t * (span.length() + kPi * g.radius + 1.0f);
+    g.minX = float(page.minX()) - 1.0f;
+    g.minY = float(page.minY()) - 1.0f;
+    g.maxX = float(page.maxX()) + 1.0f;
+    g.maxY = float(page.maxY()) + 1.0f;
+    return g;
+}
+
+// The least and greatest position along d of the corners of `rect`.
+Span alongRect(const CurlGeometry& g, const Rect& rect) {
+    Span span{INFINITY, -INFINITY};
+    for (double x : {rect.minX(), rect.maxX()}) {
+        for (double y : {rect.minY(), rect.maxY()}) {
+            const float u = g.along(float(x), float(y));
+            span.min = std::min(span.min, u);
+            span.max = std::max(span.max, u);
+        }
+    }
+    return span;
+}
+
+bool touchesRoll(const CurlGeometry& g, const Span& span) {
+    return span.max >= g.line - g.radius && span.min < g.line;
+}
+
+// What the front (the unrolled page and the lower half of the roll) reads for `rect`: the pixels
+// themselves where the page lies flat, up to (pi / 2 - 1) r behind them under the roll.
+Rect frontRegion(const CurlGeometry& g, const Rect& rect) {
+    if (g.t <= 0.0f) return rect;
+    const Span span = alongRect(g, rect);
+    Rect region = span.max >= g.line ? rect : Rect{};
+    if (touchesRoll(g, span)) {
+        const float reach = kLowerReach * g.radius;
+        const Point shift[1] = {{-reach * g.dx, -reach * g.dy}};
+        region = region.unionWith(unionOfShifted(rect, shift));
+    }
+    return region.isEmpty() ? region : outset(region, 2);
+}
+
+// What the back (the upper half of the roll and the flat top part) reads for `rect`: under the
+// roll from pi r down to (pi / 2 - 1) r behind each point, under the top part the point's mirror
+// image across u = L - pi r / 2.
+Rect backRegion(const CurlGeometry& g, const Rect& rect) {
+    if (g.t <= 0.0f || g.t >= 1.0f) return {};
+    const Span span = alongRect(g, rect);
+    const float far = kPi * g.radius;
+    Rect region;
+    if (touchesRoll(g, span)) {
+        const float near = kLowerReach * g.radius;
+        region = rect.offsetBy(-far * g.dx, -far * g.dy).unionWith(rect.offsetBy(-near * g.dx, -near * g.dy));
+    }
+    if (span.max >= g.line) {
+        double minX = INFINITY, minY = INFINITY, maxX = -INFINITY, maxY = -INFINITY;
+        for (double x : {rect.minX(), rect.maxX()}) {
+            for (double y : {rect.minY(), rect.maxY()}) {
+                const float shift = 2.0f * g.line - far - 2.0f * g.along(float(x), float(y));
+                minX = std::min(minX, x + shift * g.dx);
+                maxX = std::max(maxX, x + shift * g.dx);
+                minY = std::min(minY, y + shift * g.dy);
+                maxY = std::max(maxY, y + shift * g.dy);
+            }
+        }
+        region = region.unionWith(outset(Rect{minX, minY, maxX - minX, maxY - minY}, 1));
+    }
+    return region.isEmpty() ? region : outset(region, 2);
+}
+
+// Renders the curl. `shade(color, n, cosine)` lights a curved surface whose normal has the
+// in-plane part n along d and the upward part `cosine`; `onTarget(color, cx, cy, u)` gives the
+// target where no page lies over it.
+template <class Shade, class OnTarget>
+void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in, const Shade& shade,
+                const OnTarget& onTarget) {
+    const ConstImageTile& front = in[0];
+    const ConstImageTile& back = in[2];
+    const float line = g.line;
+    const float radius = g.radius;
+    const float rollLength = kPi * radius;
+    fillTile(out, [&](int y, float cy) {
+        const RowReader a(front, y, out.rect.x, out.rect.maxX());
+        const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+        return [&, a, b, cy](int x, float cx) {
+            if (g.t <= 0.0f) return a(x);
+            if (g.t >= 1.0f) return b(x);
+            const float u = g.along(cx, cy);
+            if (u >= line) {
+                // The flat top part, where page material lies there, over the unrolled page.
+                const float shift = 2.0f * line - rollLength - 2.0f * u;
+                const float px = cx + shift * g.dx;
+                const float py = cy + shift * g.dy;
+                const Float4 top = g.onPage(px, py) ? sampleBilinear(back, px, py) : splat(0.0f);
+                if (top[3] >= 1.0f) return top;
+                Float4 flat = a(x);
+                if (flat[3] < 1.0f) flat = over(flat, b(x));
+                return over(top, flat);
+            }
+            if (u >= line - radius) {
+                const float sine = std::min((line - u) / radius, 1.0f);
+                const float angle = asinOfUnit(sine);
+                const float cosine = std::sqrt(std::max(1.0f - sine * sine, 0.0f));
+                const float upperShift = line - radius * (kPi - angle) - u;
+                const float ux = cx + upperShift * g.dx;
+                const float uy = cy + upperShift * g.dy;
+                const Float4 upper = g.onPage(ux, uy) ? shade(sampleBilinear(back, ux, uy), -sine, cosine) : splat(0.0f);
+                if (upper[3] >= 1.0f) return upper;
+                const float lowerShift = line - radius * angle - u;
+                const float lx = cx + lowerShift * g.dx;
+                const float ly = cy + lowerShift * g.dy;
+                const Float4 lower = g.onPage(lx, ly) ? shade(sampleBilinear(front, lx, ly), sine, cosine) : splat(0.0f);
+                return over(upper, over(lower, b(x)));
+            }
+            return onTarget(b(x), cx, cy, u);
+        };
+    });
+}
+
+// How much of the point (x, y) lies inside `rect`, anti-aliased over one pixel.
+float coverage(const Rect& rect, float x, float y) {
+    const float inside = std::min(std::min(x - float(rect.minX()), float(rect.maxX()) - x),
+                                  std::min(y - float(rect.minY()), float(rect.maxY()) - y));
+    return clamp01(inside + 0.5f);
+}
+
+}  // namespace
+
+Image pageCurlTransition(const Image& from, const Image& to, double time, const PageCurlTransitionParameters& parameters) {
+    const CurlGeometry g = makeGeometry(transitionTime(time), parameters.extent, parameters.angle, parameters.radius);
+    const bool hasShading = bool(parameters.shadingImage);
+    const Rect shadingExtent = parameters.shadingImage.extent();
+
+    auto kernel = transitionKernel("pageCurl");
+    kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
+        switch (index) {
+            case 0: return frontRegion(g, rect);
+            case 2: return backRegion(g, rect);
+            case 3: return shadingExtent;
+            default: return rect;
+        }
+    };
+    kernel->wholeInputs = {false, false, false, true};
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        std::optional<SphereShading> shading;
+        if (hasShading) shading.emplace(in[3], shadingExtent);
+        const auto shade = [&](Float4 color, float n, float) {
+            return shading ? shading->apply(color, n * g.dx, n * g.dy) : color;
+        };
+        const auto onTarget = [](Float4 color, float, float, float) { return color; };
+        renderCurl(g, out, in, shade, onTarget);
+    };
+    std::vector<Image> inputs{from, to, parameters.backsideImage ? parameters.backsideImage : from};
+    if (hasShading) inputs.push_back(parameters.shadingImage);
+    return applyKernel(kernel, std::move(inputs));
+}
+
+Image pageCurlWithShadowTransition(const Image& from, const Image& to, double time,
+                                   const PageCurlWithShadowTransitionParameters& parameters) {
+    const CurlGeometry g = makeGeometry(transitionTime(time), parameters.extent, parameters.angle, parameters.radius);
+    const float shadowLength = std::max(float(parameters.shadowSize) * 2.0f * g.radius, 1.0f);
+    const float shadowAmount = clamp01(float(parameters.shadowAmount));
+    const Rect caster = parameters.extent.intersection(parameters.shadowExtent);
+
+    auto kernel = transitionKernel("pageCurlWithShadow");
+    kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
+        switch (index) {
+            case 0: return frontRegion(g, rect);
+            case 2: return backRegion(g, rect);
+            default: return rect;
+        }
+    };
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        const auto shade = [](Float4 color, float, float cosine) { return shaded(color, 0.6f + 0.4f * cosine); };
+        const auto onTarget = [&](Float4 color, float cx, float cy, float u) {
+            const float distance = (g.line - g.radius) - u;
+            if (distance >= shadowLength) return color;
+            // The page point at the crest of the roll in line with this point casts the shadow.
+            const float toCrest = g.line - 0.5f * kPi * g.radius - u;
+            const float cast = coverage(caster, cx + toCrest * g.dx, cy + toCrest * g.dy);
+            const float fall = 1.0f - distance / shadowLength;
+            const float darkness = shadowAmount * fall * fall * cast;
+            return color * (1.0f - darkness) + Float4{0, 0, 0, darkness};
+        };
+        renderCurl(g, out, in, shade, onTarget);
+    };
+    return applyKernel(kernel, {from, to, parameters.backsideImage ? parameters.backsideImage : from});
+}
+
+}  // namespace qm

@@ -1,0 +1,135 @@
+// Dissolve, swipe, bars swipe and copy machine: transitions whose boundary is a straight line.
+#include <cmath>
+#include <cstdint>
+
+#include "effects/transitions/kernels/KernelSupport.h"
+#include "effects/transitions/kernels/TransitionKernels.h"
+
+namespace qm {
+
+using namespace kernels;
+
+Image dissolveTransition(const Image& from, const Image& to, double time) {
+    const float t = transitionTime(time);
+    auto kernel = transitionKernel("dissolve");
+    kernel->render = [t](const ImageTile& out, std::span<const ConstImageTile> in) {
+        fillTile(out, [&](int y, float) {
+            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
+            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            return [=](int x, float) { return mix(a(x), b(x), t); };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+Image swipeTransition(const Image& from, const Image& to, double time, const SwipeTransitionParameters& parameters) {
+    const float t = transitionTime(time);
+    const float dx = float(std::cos(parameters.angle));
+    const float dy = float(std::sin(parameters.angle));
+    const Span span = projectRect(parameters.extent, dx, dy);
+    const float width = float(std::max(parameters.width, 1.0));
+    // The centre of the band: half a band before the extent at time 0, half a band past it at 1.
+    const float edge = span.min - 0.5f * width + t * (span.length() + width);
+    const Float4 tint = premultiplied(parameters.color);
+    const float opacity = clamp01(float(parameters.opacity));
+
+    auto kernel = transitionKernel("swipe");
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        fillTile(out, [&](int y, float cy) {
+            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
+            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            const float rowOffset = cy * dy - edge;
+            return [=](int x, float cx) {
+                // 0 on the target's side of the band, 1 on the from image's side.
+                const float s = (cx * dx + rowOffset) / width + 0.5f;
+                if (s >= 1.0f) return a(x);
+                if (s <= 0.0f) return b(x);
+                const Float4 base = mix(b(x), a(x), s);
+                return mix(base, tint, opacity * 4.0f * s * (1.0f - s));
+            };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+Image barsSwipeTransition(const Image& from, const Image& to, double time,
+                          const BarsSwipeTransitionParameters& parameters) {
+    if (!from || !to) return {};
+    const float t = transitionTime(time);
+    const float dx = float(std::cos(parameters.angle));
+    const float dy = float(std::sin(parameters.angle));
+    const float inverseWidth = 1.0f / float(std::max(parameters.width, 1.0));
+    const float barOffset = float(std::max(parameters.barOffset, 0.0));
+    const float travel = t * (projectRect(from.extent(), dx, dy).length() + barOffset);
+
+    // Even bars travel the full distance, odd ones trail by the bar offset.
+    const float distances[2] = {travel, std::max(travel - barOffset, 0.0f)};
+
+    auto kernel = transitionKernel("barsSwipe");
+    kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
+        if (index != 0) return rect;
+        const Rect even = rect.offsetBy(-distances[0] * dx, -distances[0] * dy);
+        const Rect odd = rect.offsetBy(-distances[1] * dx, -distances[1] * dy);
+        return outset(even.unionWith(odd), 1);
+    };
+    // Along an axis the bars move by whole pixels, which keeps their pictures sharp and the work a copy.
+    const int axis = std::fabs(dy) < 1e-3f ? 0 : std::fabs(dx) < 1e-3f ? 1 : -1;
+    const int sign = (axis == 0 ? dx : dy) > 0 ? 1 : -1;
+    const int shifts[2] = {sign * int(std::lround(distances[0])), sign * int(std::lround(distances[1]))};
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        const ConstImageTile& fromTile = in[0];
+        fillTile(out, [&](int y, float cy) {
+            const RowReader a(fromTile, y, out.rect.x, out.rect.maxX());
+            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            return [=, &fromTile](int x, float cx) {
+                const int odd = fastFloor((cy * dx - cx * dy) * inverseWidth) & 1;
+                const float distance = distances[odd];
+                if (distance == 0.0f) return over(a(x), b(x));
+                Float4 moved;
+                if (axis == 0) {
+                    moved = fromTile.pixel(x - shifts[odd], y);
+                } else if (axis == 1) {
+                    moved = fromTile.pixel(x, y - shifts[odd]);
+                } else {
+                    moved = sampleBilinear(fromTile, cx - distance * dx, cy - distance * dy);
+                }
+                return over(moved, b(x));
+            };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+Image copyMachineTransition(const Image& from, const Image& to, double time,
+                            const CopyMachineTransitionParameters& parameters) {
+    const float t = transitionTime(time);
+    const float dx = float(std::cos(parameters.angle));
+    const float dy = float(std::sin(parameters.angle));
+    const Span span = projectRect(parameters.extent, dx, dy);
+    const float width = float(std::max(parameters.width, 1.0));
+    const float halfWidth = 0.5f * width;
+    const float line = span.min - halfWidth + t * (span.length() + width);
+    const Float4 light = premultiplied(parameters.color);
+    const float opacity = float(parameters.opacity);
+
+    auto kernel = transitionKernel("copyMachine");
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        fillTile(out, [&](int y, float cy) {
+            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
+            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            const float rowOffset = cy * dy - line;
+            return [=](int x, float cx) {
+                const float u = cx * dx + rowOffset;  // signed distance ahead of the line
+                const float distance = std::fabs(u) / halfWidth;
+                if (distance >= 1.0f) return u > 0.0f ? a(x) : b(x);
+                Float4 base = mix(a(x), b(x), clamp01(0.5f - u));
+                const float strength = opacity * (1.0f - distance) * (1.0f - distance) * base[3];
+                for (int c = 0; c < 3; ++c) base[c] = std::min(base[c] + light[c] * strength, base[3]);
+                return base;
+            };
+        });
+    };
+    return applyKernel(kernel, {from, to});
+}
+
+}  // namespace qm

@@ -1,0 +1,272 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <vector>
+
+#include "effects/transitions/PSTransition.h"
+#include "effects/transitions/PSTransitionAssets.h"
+#include "effects/transitions/kernels/TransitionKernels.h"
+#include "platform/Bitmap.h"
+#include "platform/image/RenderContext.h"
+
+using namespace qm;
+
+namespace {
+
+using Pixel = std::array<uint8_t, 4>;
+
+// Rendered premultiplied RGBA8 with y up: at(x, y) is the pixel whose lower left corner is (x, y)
+// relative to the region's origin.
+struct Picture {
+    int width = 0;
+    int height = 0;
+    std::vector<uint8_t> bytes;
+
+    Pixel at(int x, int y) const {
+        const uint8_t* p = &bytes[(size_t(height - 1 - y) * width + x) * 4];
+        return {p[0], p[1], p[2], p[3]};
+    }
+};
+
+Picture render(const Image& image, const Rect& region, int tileSize = 64) {
+    const auto context = RenderContext::create({tileSize, 2});
+    Picture picture{int(region.width()), int(region.height()), {}};
+    picture.bytes.resize(size_t(picture.width) * picture.height * 4);
+    context->render(image, region, PixelFormat::RGBA8Premultiplied, picture.bytes.data(), size_t(picture.width) * 4);
+    return picture;
+}
+
+int maxDifference(const Picture& a, const Picture& b) {
+    int most = 0;
+    for (size_t i = 0; i < a.bytes.size(); ++i) most = std::max(most, std::abs(int(a.bytes[i]) - int(b.bytes[i])));
+    return most;
+}
+
+// Pixels where some component differs by more than `tolerance`.
+size_t countDifferent(const Picture& a, const Picture& b, int tolerance) {
+    size_t count = 0;
+    for (size_t i = 0; i < a.bytes.size(); i += 4) {
+        for (size_t c = 0; c < 4; ++c) {
+            if (std::abs(int(a.bytes[i + c]) - int(b.bytes[i + c])) > tolerance) {
+                ++count;
+                break;
+            }
+        }
+    }
+    return count;
+}
+
+Image sample(int index, int width, int height) {
+    return Image::imageWithBitmap(PSTransitionAssets::samplePicture(index, width, height));
+}
+
+Image solid(const Color& color, const Rect& rect) {
+    return Image::imageWithColor(color).cropped(rect);
+}
+
+bool isBlue(const Pixel& p) {
+    return p == Pixel{0, 0, 255, 255};
+}
+
+void expectNear(const Pixel& actual, const Pixel& expected, int tolerance) {
+    for (size_t c = 0; c < 4; ++c) EXPECT_NEAR(actual[c], expected[c], tolerance) << "component " << c;
+}
+
+}  // namespace
+
+TEST(TransitionRenderTest, EveryTransitionRunsFromTheOutgoingToTheIncomingPicture) {
+    const Rect region{0, 0, 64, 36};
+    const Image from = sample(0, 64, 36);
+    const Image to = sample(1, 64, 36);
+    const Picture fromPicture = render(from, region);
+    const Picture toPicture = render(to, region);
+    for (const auto& name : PSTransition::supportTransitions()) {
+        const auto transition = PSTransition::transitionWithName(name);
+        EXPECT_LE(maxDifference(render(transition->transitionImage(from, to, 0.0), region), fromPicture), 1) << name;
+        EXPECT_LE(maxDifference(render(transition->transitionImage(from, to, 1.0), region), toPicture), 1) << name;
+        const Picture middle = render(transition->transitionImage(from, to, 0.5), region);
+        EXPECT_GT(countDifferent(middle, fromPicture, 8), 50u) << name;
+        EXPECT_GT(countDifferent(middle, toPicture, 8), 50u) << name;
+    }
+}
+
+TEST(TransitionRenderTest, TilesReadEnoughOfTheirInputs) {
+    // Small tiles expose any region of interest that is too small: their pixels would differ
+    // from a render in one piece.
+    const Rect region{0, 0, 320, 180};
+    const Image from = sample(0, 320, 180);
+    const Image to = sample(1, 320, 180);
+    for (const auto& name : PSTransition::supportTransitions()) {
+        const Image image = PSTransition::transitionWithName(name)->transitionImage(from, to, 0.37);
+        EXPECT_LE(maxDifference(render(image, region, 13), render(image, region, 512)), 1) << name;
+    }
+}
+
+TEST(TransitionRenderTest, TheTargetEntersFromTheNamedSide) {
+    const int size = 400;
+    const Image red = solid(Color{1, 0, 0, 1}, Rect{0, 0, double(size), double(size)});
+    const Image blue = solid(Color{0, 0, 1, 1}, Rect{0, 0, double(size), double(size)});
+    const int lo = 2;
+    const int hi = size - 3;
+    const int mid = size / 2;
+    struct Case {
+        const char* name;
+        int enterX, enterY, leaveX, leaveY;  // a pixel the target reaches first, one it reaches last
+    };
+    const std::vector<Case> cases = {
+        {"Push(Left)", lo, mid, hi, mid},           {"Push(Right)", hi, mid, lo, mid},
+        {"Push(Top)", mid, hi, mid, lo},            {"Push(Bottom)", mid, lo, mid, hi},
+        {"Move In(Left)", lo, mid, hi, mid},        {"Move In(Top)", mid, hi, mid, lo},
+        {"Reveal(Left)", hi, mid, lo, mid},         {"Reveal(Bottom)", mid, hi, mid, lo},
+        {"Swipe(Left)", lo, mid, hi, mid},          {"Swipe(Right)", hi, mid, lo, mid},
+        {"Swipe(Top)", mid, hi, mid, lo},           {"Swipe(Bottom)", mid, lo, mid, hi},
+        {"Bars Swipe(Left)", lo, mid, hi, mid},     {"Bars Swipe(Right)", hi, mid, lo, mid},
+        {"Bars Swipe(Top)", mid, hi, mid, lo},      {"Bars Swipe(Bottom)", mid, lo, mid, hi},
+        {"Copy Machine(Left)", lo, mid, hi, mid},   {"Copy Machine(Right)", hi, mid, lo, mid},
+        {"Copy Machine(Top)", mid, hi, mid, lo},    {"Copy Machine(Bottom)", mid, lo, mid, hi},
+        {"Page Curl(Left)", lo, hi, hi, lo},        {"Page Curl(Right)", hi, lo, lo, hi},
+        {"Page Curl(Top)", hi, hi, lo, lo},         {"Page Curl(Bottom)", lo, lo, hi, hi},
+        {"Page Curl With Shadow(Left)", lo, hi, hi, lo},
+        {"Page Curl With Shadow(Bottom)", lo, lo, hi, hi},
+    };
+    for (const Case& c : cases) {
+        const Image image = PSTransition::transitionWithName(c.name)->transitionImage(red, blue, 0.5);
+        EXPECT_TRUE(isBlue(render(image, Rect{double(c.enterX), double(c.enterY), 1, 1}).at(0, 0))) << c.name;
+        // The outgoing picture still shows (Reveal fades it as it goes).
+        EXPECT_GT(render(image, Rect{double(c.leaveX), double(c.leaveY), 1, 1}).at(0, 0)[0], 50) << c.name;
+    }
+}
+
+TEST(TransitionKernelTest, PixelArithmetic) {
+    const Rect rect{0, 0, 200, 200};
+    const Image red = solid(Color{1, 0, 0, 1}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+    const auto one = [&](const Image& image, int x, int y) {
+        return render(image, Rect{double(x), double(y), 1, 1}).at(0, 0);
+    };
+
+    EXPECT_EQ(one(dissolveTransition(red, blue, 0.25), 7, 9), (Pixel{191, 0, 64, 255}));
+
+    // At its threshold the flash has flooded the whole picture with its colour.
+    FlashTransitionParameters flash;
+    flash.center = {100, 100};
+    flash.extent = rect;
+    for (const auto& [x, y] : {std::pair{100, 100}, std::pair{0, 0}, std::pair{199, 3}})
+        expectNear(one(flashTransition(red, blue, 0.85, flash), x, y), Pixel{255, 204, 153, 255}, 1);
+
+    // Half way the ripple's wake holds the centre; the corners still show the outgoing picture.
+    RippleTransitionParameters ripple;
+    ripple.shadingImage = PSTransition::shadingImage();
+    ripple.center = {100, 100};
+    ripple.extent = rect;
+    const Image rippled = rippleTransition(red, blue, 0.5, ripple);
+    EXPECT_TRUE(isBlue(one(rippled, 100, 100)));
+    EXPECT_EQ(one(rippled, 1, 1), (Pixel{255, 0, 0, 255}));
+
+    // In the middle of the swipe's band: the cross-fade, half covered by white.
+    SwipeTransitionParameters swipe;
+    swipe.extent = rect;
+    swipe.opacity = 0.5;
+    expectNear(one(swipeTransition(red, blue, 0.5, swipe), 100, 50), Pixel{191, 128, 191, 255}, 2);
+
+    // The copy machine's light adds its green to both pictures.
+    CopyMachineTransitionParameters copy;
+    copy.extent = rect;
+    const Image copied = copyMachineTransition(red, blue, 0.5, copy);
+    EXPECT_GT(one(copied, 99, 50)[1], 200);
+    EXPECT_GT(one(copied, 101, 50)[1], 200);
+    EXPECT_EQ(one(copied, 199, 50), (Pixel{255, 0, 0, 255}));
+
+    // The accordion is folded to 30 % of its height half way, standing on the bottom edge.
+    AccordionFoldTransitionParameters fold;
+    fold.numberOfFolds = 20;
+    const Image folded = accordionFoldTransition(red, blue, 0.5, fold);
+    EXPECT_EQ(one(folded, 100, 65), (Pixel{0, 0, 0, 0}));
+    const Pixel bottom = one(folded, 100, 5);
+    EXPECT_EQ(bottom[3], 255);
+    EXPECT_GT(bottom[0], 90);
+    EXPECT_GT(bottom[2], 90);
+}
+
+TEST(TransitionKernelTest, DisintegrationFollowsTheMaskLevels) {
+    const Rect rect{0, 0, 128, 128};
+    const Image red = solid(Color{1, 0, 0, 1}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+    DisintegrateWithMaskTransitionParameters parameters;
+    parameters.maskImage = PSTransition::maskImage().lanczosScale(0.5, 1);
+    for (double time : {0.25, 0.5, 0.75}) {
+        const Picture picture = render(disintegrateWithMaskTransition(red, blue, time, parameters), rect);
+        size_t target = 0;
+        for (size_t i = 0; i < picture.bytes.size(); i += 4) target += picture.bytes[i + 2] > picture.bytes[i];
+        const double share = double(target) / (128.0 * 128.0);
+        EXPECT_NEAR(share, time, 0.08) << time;
+    }
+}
+
+TEST(TransitionKernelTest, ModOpensHolesAndPageCurlShadowsTheTarget) {
+    const Rect rect{0, 0, 300, 300};
+    const Image red = solid(Color{1, 0, 0, 1}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+
+    ModTransitionParameters mod;
+    mod.center = {150, 150};
+    const Picture holes = render(modTransition(red, blue, 0.5, mod), rect);
+    size_t target = 0;
+    for (size_t i = 0; i < holes.bytes.size(); i += 4) target += holes.bytes[i + 2] > holes.bytes[i];
+    EXPECT_GT(target, holes.bytes.size() / 4 / 10);
+    EXPECT_LT(target, holes.bytes.size() / 4 * 9 / 10);
+
+    // Just in front of the roll the target lies in shadow; far from it, it does not.
+    PageCurlWithShadowTransitionParameters curl;
+    curl.extent = rect;
+    curl.shadowExtent = rect;
+    curl.angle = 0;
+    curl.shadowSize = 0.6;
+    curl.shadowAmount = 0.8;
+    // Angle 0: the roll moves along +x. The 300 pixel page limits the radius to 300 / (2 pi), and
+    // at 0.6 the roll's front (L - r) lies at x = 0.6 * (300 + pi r + 1) - r.
+    const Image curled = pageCurlWithShadowTransition(red, blue, 0.6, curl);
+    const double radius = 300 / (2 * 3.1415926);
+    const int front = int(0.6 * (300 + 3.1415926 * radius + 1) - radius);
+    const Pixel shaded = render(curled, Rect{double(front - 5), 150, 1, 1}).at(0, 0);
+    EXPECT_LT(shaded[2], 200);
+    EXPECT_EQ(shaded[0], 0);
+    EXPECT_TRUE(isBlue(render(curled, Rect{1, 150, 1, 1}).at(0, 0)));
+}
+
+TEST(TransitionAssetsTest, SharedPicturesAndThumbnails) {
+    EXPECT_EQ(PSTransition::shadingImage(), PSTransition::shadingImage());
+    EXPECT_EQ(PSTransition::maskImage(), PSTransition::maskImage());
+    EXPECT_EQ(PSTransition::shadingImage().extent(), (Rect{0, 0, 256, 256}));
+
+    // The mask is grey, with its levels spread evenly over the whole range.
+    const auto mask = PSTransitionAssets::maskBitmap();
+    ASSERT_NE(mask, nullptr);
+    double sum = 0;
+    int lowest = 255, highest = 0;
+    for (int y = 0; y < mask->height(); ++y) {
+        for (int x = 0; x < mask->width(); ++x) {
+            const auto p = mask->pixelAt(x, y);
+            ASSERT_TRUE(p[0] == p[1] && p[1] == p[2] && p[3] == 255);
+            sum += p[0];
+            lowest = std::min<int>(lowest, p[0]);
+            highest = std::max<int>(highest, p[0]);
+        }
+    }
+    EXPECT_EQ(lowest, 0);
+    EXPECT_EQ(highest, 255);
+    EXPECT_NEAR(sum / (256.0 * 256.0), 127.5, 1.0);
+
+    // The sphere is brighter towards its light (upper left) than away from it (lower right).
+    const auto shading = PSTransitionAssets::shadingBitmap();
+    EXPECT_GT(shading->pixelAt(80, 80)[0], shading->pixelAt(176, 176)[0] + 60);
+
+    const auto dissolve = PSTransition::transitionWithName(PSTransitionDissolveName);
+    const auto face = dissolve->face();
+    ASSERT_NE(face, nullptr);
+    EXPECT_EQ(face->width(), PSTransitionAssets::kFaceWidth);
+    EXPECT_EQ(face->height(), PSTransitionAssets::kFaceHeight);
+    EXPECT_EQ(dissolve->face(), face);
+}
