@@ -4,6 +4,7 @@
 
 #include "platform/KeyedArchiver.h"
 #include "project/QVClip.h"
+#include "project/QVClipStates.h"
 #include "project/QVProject.h"
 #include "project/QVTrack.h"
 
@@ -13,6 +14,10 @@ void registerProjectArchiveClasses() {
     static std::once_flag once;
     std::call_once(once, [] {
         KeyedUnarchiver::registerClass<QVClip>("QVClip");
+        KeyedUnarchiver::registerClass<QVClipPosition>("QVClipPosition");
+        KeyedUnarchiver::registerClass<QVColorState>("QVColorState");
+        KeyedUnarchiver::registerClass<QVShadowState>("QVShadowState");
+        KeyedUnarchiver::registerClass<QVCropState>("QVCropState");
         KeyedUnarchiver::registerClass<QVTrack>("QVTrack");
         KeyedUnarchiver::registerClass<QVProject>("QVProject");
     });

@@ -2,10 +2,13 @@
 
 #include <cmath>
 
+#include "effects/QVEffectState.h"
 #include "foundation/QMCommon.h"
 #include "foundation/QVSampleDescription.h"
 #include "foundation/QVVolumeEffect.h"
 #include "platform/UUID.h"
+#include "project/QVClipStates.h"
+#include "project/QVProject.h"
 #include "project/QVTrack.h"
 
 namespace qm {
@@ -65,9 +68,13 @@ void QVClip::copyPropertiesTo(QVClip& clip) const {
     clip.setValidate(_validate);
     clip.setMute(_mute);
     clip.setIgnoreVideo(_ignoreVideo);
+    clip.adoptPosition(clipPosition()->copy());
     clip.setValideteShadow(_valideteShadow);
     clip.setValidateCrop(_validateCrop);
     clip.setValidateColorControl(_validateColorControl);
+    if (auto state = colorState()) clip._colorState = state->copy();
+    if (auto state = shadowState()) clip._shadowState = state->copy();
+    if (auto state = cropState()) clip._cropState = state->copy();
     clip._volume = _volume;
     clip._volumeGain.reset();
 }
@@ -264,6 +271,66 @@ void QVClip::setValidateCrop(bool validate) { storeFlag(_validateCrop, validate,
 
 void QVClip::setValideteShadow(bool validate) { storeFlag(_valideteShadow, validate, "valideteShadow"); }
 
+std::shared_ptr<QVClipPosition> QVClip::clipPosition() const {
+    if (!_position) adoptPosition(QVClipPosition::createWithSize(sourceSize()));
+    return _position;
+}
+
+void QVClip::adoptPosition(std::shared_ptr<QVClipPosition> position) const {
+    // Lazy members are filled from const readers; the clip itself is never a const object.
+    auto* clip = const_cast<QVClip*>(this);
+    position->setOwner(self());
+    clip->_positionBoundsToken = position->addObserver("bounds", [clip](const KeyValueChange& change) {
+        clip->_boundsBeforeChange = std::any_cast<Rect>(change.oldValue);
+        clip->willChangeValueForKey("clipPosition.bounds");
+        clip->_boundsBeforeChange.reset();
+        clip->didChangeValueForKey("clipPosition.bounds");
+    });
+    _position = std::move(position);
+}
+
+Rect QVClip::bounds() const { return clipPosition()->bounds(); }
+
+template <class State>
+std::shared_ptr<State> QVClip::lazyState(std::shared_ptr<State>& field, bool flag) const {
+    if (!flag) return nullptr;
+    if (!field) {
+        field = State::create();
+        field->setUndoManager(undoManager());
+    }
+    return field;
+}
+
+std::shared_ptr<QVColorState> QVClip::colorState() const { return lazyState(_colorState, _validateColorControl); }
+
+std::shared_ptr<QVShadowState> QVClip::shadowState() const { return lazyState(_shadowState, _valideteShadow); }
+
+std::shared_ptr<QVCropState> QVClip::cropState() const { return lazyState(_cropState, _validateCrop); }
+
+std::shared_ptr<QVEffectState> QVClip::effectState() const {
+    auto state = QVEffectState::create();
+    state->setMotionState(clipPosition());
+    state->setColorState(_validateColorControl ? colorState() : nullptr);
+    state->setCropState(_validateCrop ? cropState() : nullptr);
+    state->setShadowState(_valideteShadow ? shadowState() : nullptr);
+    return state;
+}
+
+std::shared_ptr<QVEffectContext> QVClip::effectContext() const {
+    Size canvas;
+    if (auto track = owner()) {
+        if (auto project = track->owner()) {
+            canvas = Size{static_cast<double>(project->outVideoWidth()),
+                          static_cast<double>(project->outVideoHeight())};
+        }
+    }
+    const Rect clipBounds = bounds();
+    if (!_effectContext || !(_effectContext->canvasSize() == canvas) || !(_effectContext->bounds() == clipBounds)) {
+        _effectContext = QVEffectContext::createWithConvasSize(canvas, clipBounds);
+    }
+    return _effectContext;
+}
+
 UndoRef QVClip::undoManager() const {
     auto track = owner();
     return track ? track->undoManager() : UndoRef();
@@ -290,12 +357,20 @@ std::any QVClip::valueForKey(const std::string& key) const {
     if (key == "validateColorControl") return _validateColorControl;
     if (key == "validateCrop") return _validateCrop;
     if (key == "valideteShadow") return _valideteShadow;
+    if (key == "colorState") return colorState();
+    if (key == "cropState") return cropState();
+    if (key == "shadowState") return shadowState();
+    if (key == "bounds") return _boundsBeforeChange ? *_boundsBeforeChange : bounds();
     return Observable::valueForKey(key);
 }
 
 std::vector<std::string> QVClip::keyPathsForValuesAffectingValueForKey(const std::string& key) const {
     if (key == "volumeGain") return {"trackVolume"};
     if (key == "trackTimeRange") return {"timestampOfTrack", "trackDuration"};
+    if (key == "colorState") return {"validateColorControl"};
+    if (key == "cropState") return {"validateCrop"};
+    if (key == "shadowState") return {"valideteShadow"};
+    if (key == "bounds") return {"clipPosition.bounds"};
     return Observable::keyPathsForValuesAffectingValueForKey(key);
 }
 
@@ -306,9 +381,13 @@ void QVClip::encodeWithCoder(KeyedArchiver& coder) const {
     coder.encodeBool("ignoreVideo", _ignoreVideo);
     coder.encodeBool("mute", _mute);
     coder.encodeBool("validate", _validate);
+    coder.encodeObject("position", clipPosition());
     coder.encodeBool("validateColorControl", _validateColorControl);
+    coder.encodeObject("colorState", _colorState);
     coder.encodeBool("validateCrop", _validateCrop);
+    coder.encodeObject("cropState", _cropState);
     coder.encodeBool("valideteShadow", _valideteShadow);
+    coder.encodeObject("shadowState", _shadowState);
     coder.encodeFloat("volume", _volume);
 }
 
@@ -319,9 +398,13 @@ bool QVClip::initWithCoder(KeyedUnarchiver& coder) {
     setValidate(coder.decodeBool("validate"));
     setMute(coder.decodeBool("mute"));
     setIgnoreVideo(coder.decodeBool("ignoreVideo"));
+    if (auto position = coder.decodeObjectOfClass<QVClipPosition>("position")) adoptPosition(std::move(position));
     setValideteShadow(coder.decodeBool("valideteShadow"));
     setValidateCrop(coder.decodeBool("validateCrop"));
     setValidateColorControl(coder.decodeBool("validateColorControl"));
+    _colorState = coder.decodeObjectOfClass<QVColorState>("colorState");
+    _shadowState = coder.decodeObjectOfClass<QVShadowState>("shadowState");
+    _cropState = coder.decodeObjectOfClass<QVCropState>("cropState");
     _volume = coder.decodeFloat("volume");
     _notCheckValue = false;
     setOwner(nullptr);

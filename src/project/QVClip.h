@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -17,14 +18,21 @@
 
 namespace qm {
 
+class QVClipPosition;
+class QVColorState;
+class QVCropState;
+class QVEffectContext;
+class QVEffectState;
 class QVSampleBuffer;
 class QVSampleDescription;
+class QVShadowState;
 class QVTrack;
 class QVVolumeGainEffect;
 
 // The base of everything that lies on a track: where the clip lies and how long it is, the limits
 // that keep every overlap between exactly two neighbours while it is moved, resized or cut, volume
-// and mute, and undo of these. The base class has no source: no picture and no sound.
+// and mute, its position and visual states on the canvas, and undo of these. The base class has
+// no source: no picture and no sound.
 //
 // Made by create() (or a subclass's factory) and held by shared_ptr. The owner is the track the
 // clip was last inserted into; it is kept after removal and keeps nothing alive. Setters of
@@ -33,7 +41,8 @@ class QVVolumeGainEffect;
 //
 // Observable keys: "mute", "trackVolume", "volumeGain" (follows "trackVolume"), "timestampOfTrack",
 // "trackDuration", "trackTimeRange" (follows both), "validate", "ignoreVideo",
-// "validateColorControl", "validateCrop", "valideteShadow".
+// "validateColorControl", "validateCrop", "valideteShadow", "colorState", "cropState" and
+// "shadowState" (each follows its flag), "bounds" (follows the bounds of clipPosition).
 class QVClip : public Observable, public Archivable, public std::enable_shared_from_this<QVClip> {
 public:
     static constexpr Size thumbnailSize{160.0, 120.0};
@@ -127,6 +136,26 @@ public:
     // The gain of trackVolume, made on first read.
     std::shared_ptr<QVVolumeGainEffect> volumeGain();
 
+    // --- Look on the canvas.
+
+    // The position, made on first read with sourceSize and this clip as owner. Its setters record
+    // undo on this clip's undo manager.
+    std::shared_ptr<QVClipPosition> clipPosition() const;
+    // The bounds of clipPosition.
+    Rect bounds() const;
+    // Nothing while validateColorControl is off (and nothing is made); else the state, made on
+    // first read with this clip's undo manager of that moment.
+    std::shared_ptr<QVColorState> colorState() const;
+    // As colorState, under valideteShadow.
+    std::shared_ptr<QVShadowState> shadowState() const;
+    // As colorState, under validateCrop.
+    std::shared_ptr<QVCropState> cropState() const;
+    // A new state holding the live clipPosition and the states whose flags are on.
+    std::shared_ptr<QVEffectState> effectState() const;
+    // The project's output size (zero without a project) and the clip's bounds; the cached
+    // context while both are unchanged, else a new one.
+    std::shared_ptr<QVEffectContext> effectContext() const;
+
     // --- Plain flags, not undoable.
 
     const std::string& identifier() const { return _identifier; }
@@ -179,8 +208,22 @@ private:
     void registerUndo(std::function<void(QVClip&)> restore);
     // Stores a flag, telling observers of `key`.
     void storeFlag(bool& field, bool value, const char* key);
+    // Takes `position` as the clip's own: sets its owner and forwards its bounds changes as
+    // changes of "bounds".
+    void adoptPosition(std::shared_ptr<QVClipPosition> position) const;
+    // `field` while `flag` is on, made by State::create() on first read with the undo manager.
+    template <class State>
+    std::shared_ptr<State> lazyState(std::shared_ptr<State>& field, bool flag) const;
 
     std::string _identifier;
+    mutable std::shared_ptr<QVClipPosition> _position;
+    mutable ObserverToken _positionBoundsToken;
+    // The bounds before a change of the position, while observers of "bounds" are told of it.
+    mutable std::optional<Rect> _boundsBeforeChange;
+    mutable std::shared_ptr<QVEffectContext> _effectContext;
+    mutable std::shared_ptr<QVColorState> _colorState;
+    mutable std::shared_ptr<QVShadowState> _shadowState;
+    mutable std::shared_ptr<QVCropState> _cropState;
     mutable std::shared_ptr<QVVolumeGainEffect> _volumeGain;
     double _volume;
     bool _mute = false;
