@@ -51,7 +51,10 @@ void SCImageResource::createCache() {
     openSource();
     std::vector<std::shared_ptr<const Bitmap>> pictures;
     const size_t count = _sourceImage ? _sourceImage->count() : 0;
-    for (size_t index = 0; index < count; ++index) pictures.push_back(_sourceImage->createImageAtIndex(index));
+    for (size_t index = 0; index < count; ++index) {
+        pictures.push_back(_sourceImage->createImageAtIndex(index));
+        _cacheCIImageList.push_back(Image::imageWithBitmap(pictures.back()));
+    }
     _cacheImageList = std::move(pictures);
 }
 
@@ -72,6 +75,16 @@ std::shared_ptr<const Bitmap> SCImageResource::cgImageAtIndex(int64_t index) {
         if (static_cast<size_t>(index) < _cacheImageList->size()) picture = (*_cacheImageList)[index];
     });
     return picture;
+}
+
+Image SCImageResource::ciImageAtIndex(int64_t index) {
+    if (index < 0 || index >= numberOfImages()) return Image();
+    Image image;
+    _imgQueue->sync([&] {
+        createCache();
+        if (static_cast<size_t>(index) < _cacheCIImageList.size()) image = _cacheCIImageList[index];
+    });
+    return image;
 }
 
 int64_t SCImageResource::width() {

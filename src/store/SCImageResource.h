@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "platform/Bitmap.h"
+#include "platform/image/Image.h"
 #include "platform/Dispatch.h"
 #include "platform/FileBookmark.h"
 #include "platform/ImageSource.h"
@@ -39,6 +40,10 @@ public:
     int64_t numberOfImages();
     // Picture `index`; nothing out of range or when that picture failed to decode.
     std::shared_ptr<const Bitmap> cgImageAtIndex(int64_t index);
+    // The same picture as an image for composition; a null image where cgImageAtIndex gives
+    // nothing. imageAtIndex is the same operation.
+    Image ciImageAtIndex(int64_t index);
+    Image imageAtIndex(int64_t index) { return ciImageAtIndex(index); }
     // Size of picture 0; 0 without one.
     int64_t width();
     int64_t height();
@@ -58,6 +63,8 @@ private:
     mutable std::optional<FileBookmark> _urlSecurityData;
     std::shared_ptr<ImageSource> _sourceImage;
     std::optional<std::vector<std::shared_ptr<const Bitmap>>> _cacheImageList;
+    // One entry per picture, a null image where the picture failed.
+    std::vector<Image> _cacheCIImageList;
     std::shared_ptr<DispatchQueue> _imgQueue = DispatchQueue::createSerial();
     std::shared_ptr<const Bitmap> _thumbnail;
 };

@@ -140,6 +140,7 @@ void SCVideoResource::fillCache(int64_t timestamp) {
         _cacheCGimage.reset();
         _cacheVideoBlock.reset();
         _cacheThumbImage.reset();
+        _cacheCIImage = Image();
     }
     _cacheVideoBlock = findVideoBlockAtTimestamp(timestamp);
     if (!_cacheVideoBlock) return;
@@ -161,6 +162,11 @@ void SCVideoResource::fillCache(int64_t timestamp) {
     } else {
         _cacheCGimage = SCResource::decodeCGImage(all);
     }
+    _cacheCIImage = Image::imageWithBitmap(_cacheCGimage);
+}
+
+void SCVideoResource::fillCacheUnlessHeld(int64_t timestamp, bool held) {
+    if (!held || !_cacheVideoBlock || !_cacheVideoBlock->timeRange().containLocation(timestamp)) fillCache(timestamp);
 }
 
 void SCVideoResource::createCacheAtTimestamp(int64_t timestamp) {
@@ -171,9 +177,7 @@ std::shared_ptr<const Bitmap> SCVideoResource::cachedPicture(int64_t timestamp, 
     if (timestamp < 0 || timestamp > duration()) return nullptr;
     std::shared_ptr<const Bitmap> picture;
     _cacheQueue->sync([&] {
-        if (!_cacheCGimage || !_cacheVideoBlock || !_cacheVideoBlock->timeRange().containLocation(timestamp)) {
-            fillCache(timestamp);
-        }
+        fillCacheUnlessHeld(timestamp, _cacheCGimage != nullptr);
         picture = thumb && _cacheThumbImage ? _cacheThumbImage : _cacheCGimage;
     });
     return picture;
@@ -181,6 +185,16 @@ std::shared_ptr<const Bitmap> SCVideoResource::cachedPicture(int64_t timestamp, 
 
 std::shared_ptr<const Bitmap> SCVideoResource::cgImageAtTimestamp(int64_t timestamp) {
     return cachedPicture(timestamp, false);
+}
+
+Image SCVideoResource::ciImageAtTimestamp(int64_t timestamp) {
+    if (timestamp < 0 || timestamp > duration()) return Image();
+    Image image;
+    _cacheQueue->sync([&] {
+        fillCacheUnlessHeld(timestamp, !_cacheCIImage.isNull());
+        image = _cacheCIImage;
+    });
+    return image;
 }
 
 std::shared_ptr<const Bitmap> SCVideoResource::thumbImageAtTimestamp(int64_t timestamp) {

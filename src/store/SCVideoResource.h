@@ -6,6 +6,7 @@
 
 #include "foundation/QVRange.h"
 #include "platform/Bitmap.h"
+#include "platform/image/Image.h"
 #include "platform/Dispatch.h"
 #include "platform/KeyedArchiver.h"
 #include "store/SCResourceStorage.h"
@@ -73,6 +74,10 @@ public:
     // The full picture at `timestamp`; nothing for a time below 0 or above duration, or when
     // no frame is found, read or decoded.
     std::shared_ptr<const Bitmap> cgImageAtTimestamp(int64_t timestamp);
+    // The same picture as an image for composition; a null image where cgImageAtTimestamp gives
+    // nothing. imageAtTimestamp is the same operation.
+    Image ciImageAtTimestamp(int64_t timestamp);
+    Image imageAtTimestamp(int64_t timestamp) { return ciImageAtTimestamp(timestamp); }
     // The thumbnail at `timestamp` when the frame has one, else its full picture.
     std::shared_ptr<const Bitmap> thumbImageAtTimestamp(int64_t timestamp);
 
@@ -89,6 +94,8 @@ private:
     SCVideoResource() = default;
     void fillCache(int64_t timestamp);
     std::shared_ptr<const Bitmap> cachedPicture(int64_t timestamp, bool thumb);
+    // Refills the cache unless it holds `held` for the block showing `timestamp`.
+    void fillCacheUnlessHeld(int64_t timestamp, bool held);
 
     std::shared_ptr<SCResourceStorage> _storage;
     std::vector<std::shared_ptr<SCVideoBlock>> _blocks;
@@ -98,6 +105,7 @@ private:
     std::shared_ptr<SCVideoBlock> _cacheVideoBlock;
     std::shared_ptr<const Bitmap> _cacheCGimage;
     std::shared_ptr<const Bitmap> _cacheThumbImage;
+    Image _cacheCIImage;
     std::shared_ptr<DispatchQueue> _cacheQueue = DispatchQueue::createSerial();
     std::shared_ptr<const Bitmap> _thumbnail;
 };

@@ -12,7 +12,9 @@
 #include "platform/FileBookmark.h"
 #include "platform/ImageSource.h"
 #include "platform/KeyedArchiver.h"
+#include "foundation/QMCommon.h"
 #include "platform/Log.h"
+#include "platform/image/Image.h"
 #include "store/SCResource.h"
 
 extern "C" {
@@ -251,6 +253,19 @@ TEST_F(ImageResourceTest, ResourceCountsIndexesAndMeasuresItsPictures) {
 
     writeFile(path("icon.icns"), {'i', 'c', 'n', 's', 0, 0, 0, 8});
     EXPECT_EQ(SCImageResource::createWithURL(path("icon.icns"))->numberOfImages(), 0);
+}
+
+TEST_F(ImageResourceTest, ImagesForCompositionShowTheSamePictures) {
+    const auto gif = SCImageResource::createWithURL(writeGif());
+    EXPECT_TRUE(gif->ciImageAtIndex(-1).isNull());
+    EXPECT_TRUE(gif->imageAtIndex(3).isNull());
+    const Image second = gif->ciImageAtIndex(1);
+    ASSERT_FALSE(second.isNull());
+    EXPECT_EQ(second.extent(), (Rect{{0, 0}, {40, 30}}));
+    const auto rendered = QMCommon::CGImageConvertFromCIImage(second);
+    ASSERT_NE(rendered, nullptr);
+    EXPECT_TRUE(near(rendered->pixelAt(1, 1), kGreen));
+    EXPECT_TRUE(SCImageResource::createWithURL(path("nothing.png"))->ciImageAtIndex(0).isNull());
 }
 
 TEST_F(ImageResourceTest, EveryPictureIsDecodedAtTheFirstRequestAndKept) {

@@ -9,7 +9,9 @@
 
 #include "codec/QVTimebase.h"
 #include "platform/KeyedArchiver.h"
+#include "foundation/QMCommon.h"
 #include "platform/Log.h"
+#include "platform/image/Image.h"
 #include "store/SCResource.h"
 
 #include "support/TestEnvironment.h"
@@ -189,6 +191,22 @@ TEST_F(VideoResourceTest, ATimeInAHoleDecodesTheNearestFrameEveryTime) {
     video->invalidate();
     LogCapture capture;
     EXPECT_EQ(video->cgImageAtTimestamp(150), nullptr);
+    EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 1u);
+}
+
+TEST_F(VideoResourceTest, ImagesForCompositionComeFromTheSameOneFrameCache) {
+    const auto video = makeVideo({{0, 100}, {100, 100}});
+    EXPECT_TRUE(video->ciImageAtTimestamp(-1).isNull());
+    EXPECT_TRUE(video->imageAtTimestamp(200).isNull());
+    const Image first = video->ciImageAtTimestamp(10);
+    ASSERT_FALSE(first.isNull());
+    EXPECT_TRUE(showsFrame(QMCommon::CGImageConvertFromCIImage(first), 0));
+    // Within the block the cached image is answered even after the file is gone.
+    video->invalidate();
+    const Image again = video->ciImageAtTimestamp(99);
+    EXPECT_TRUE(showsFrame(QMCommon::CGImageConvertFromCIImage(again), 0));
+    LogCapture capture;
+    EXPECT_TRUE(video->ciImageAtTimestamp(150).isNull());
     EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 1u);
 }
 
