@@ -49,11 +49,7 @@ AffineTransform QVClipPosition::makeTranformWithPosition(Point position, double 
 }
 
 AffineTransform QVClipPosition::makeTranformWithCenter(Point center, double rotateAngle) {
-    AffineTransform transform;
-    transform.translateXBy(center.x, center.y);
-    transform.rotateByDegrees(rotateAngle);
-    transform.translateXBy(-center.x, -center.y);
-    return transform;
+    return QMCommon::transformRotate(rotateAngle, center);
 }
 
 void QVClipPosition::setOwner(const std::shared_ptr<QVClip>& owner) {
