@@ -10,30 +10,15 @@
 #include "platform/AudioStreamBasicDescription.h"
 #include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
+#include "support/SampleBytes.h"
 
 namespace qm {
 namespace {
 
+using namespace test;
+
 const QVSampleDescription kStereoS16(44100, 2, QVSampleFormatS16, 0);
 const QVSampleDescription kMonoS16(44100, 1, QVSampleFormatS16, 0);
-
-template <typename T>
-std::vector<uint8_t> bytesOf(const std::vector<T>& values) {
-    std::vector<uint8_t> bytes(values.size() * sizeof(T));
-    std::memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
-
-std::vector<int16_t> s16Values(const std::shared_ptr<QVSampleBuffer>& buffer) {
-    const std::vector<uint8_t> bytes = buffer->data();
-    std::vector<int16_t> values(bytes.size() / 2);
-    std::memcpy(values.data(), bytes.data(), values.size() * 2);
-    return values;
-}
-
-std::shared_ptr<QVSampleBuffer> monoS16(int64_t location, const std::vector<int16_t>& values) {
-    return QVSampleBuffer::createWithSampleDescription(kMonoS16, QVRange(location, values.size()), bytesOf(values));
-}
 
 // ---- QVSampleDescription ----
 

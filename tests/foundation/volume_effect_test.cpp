@@ -9,39 +9,15 @@
 #include "foundation/QVSampleBuffer.h"
 #include "foundation/QVVolumeEffect.h"
 #include "platform/Log.h"
+#include "support/SampleBytes.h"
 
 namespace qm {
 namespace {
 
+using namespace test;
+
 const QVSampleDescription kMonoS16(44100, 1, QVSampleFormatS16, 0);
 const QVSampleDescription kMonoU8(44100, 1, QVSampleFormatU8, 0);
-
-template <typename T>
-std::vector<uint8_t> bytesOf(const std::vector<T>& values) {
-    std::vector<uint8_t> bytes(values.size() * sizeof(T));
-    std::memcpy(bytes.data(), values.data(), bytes.size());
-    return bytes;
-}
-
-template <typename T>
-std::vector<T> valuesOf(const std::vector<uint8_t>& bytes) {
-    std::vector<T> values(bytes.size() / sizeof(T));
-    std::memcpy(values.data(), bytes.data(), values.size() * sizeof(T));
-    return values;
-}
-
-template <typename T>
-std::shared_ptr<QVSampleBuffer> bufferOf(const QVSampleDescription& description, int64_t location,
-                                         const std::vector<T>& values) {
-    const int64_t samples = static_cast<int64_t>(values.size()) / description.channels();
-    return QVSampleBuffer::createWithSampleDescription(description, QVRange(location, samples), bytesOf(values));
-}
-
-std::shared_ptr<QVSampleBuffer> monoS16(int64_t location, const std::vector<int16_t>& values) {
-    return bufferOf(kMonoS16, location, values);
-}
-
-std::vector<int16_t> s16(const std::shared_ptr<QVSampleBuffer>& buffer) { return valuesOf<int16_t>(buffer->data()); }
 
 // A buffer of `samples` random values of every channel, in any packed format.
 std::shared_ptr<QVSampleBuffer> randomBuffer(const QVSampleDescription& description, QVRange range, uint32_t seed) {
@@ -204,7 +180,7 @@ TEST(MixSampleBuffer, EqualRangesMixValueByValue) {
     const auto b = monoS16(10, {16384, -20000, -16384});
     const auto mixed = QVVolumeEffect::mixSampleBuffer(a, b);
     ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16(mixed), (std::vector<int16_t>{24575, 0, -24576}));
+    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{24575, 0, -24576}));
     EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(10, 3)));
 }
 
@@ -213,13 +189,13 @@ TEST(MixSampleBuffer, OverlapMixesAndAppendsTheRestOfB) {
     const auto b = monoS16(2, {-10, -20, -30, -40, -50, -60});
     const auto mixed = QVVolumeEffect::mixSampleBuffer(a, b);
     ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16(mixed), (std::vector<int16_t>{1, 2, -7, -16, -30, -40, -50, -60}));
+    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{1, 2, -7, -16, -30, -40, -50, -60}));
     EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(0, 8)));
 
     // b inside a: a with b mixed in, nothing appended.
     const auto inside = QVVolumeEffect::mixSampleBuffer(a, monoS16(1, {-100, -100}));
     ASSERT_TRUE(inside);
-    EXPECT_EQ(s16(inside), (std::vector<int16_t>{1, -98, -97, 4}));
+    EXPECT_EQ(s16Values(inside), (std::vector<int16_t>{1, -98, -97, 4}));
     EXPECT_TRUE(inside->sampleRange().isEqualRange(QVRange(0, 4)));
 }
 
@@ -229,14 +205,14 @@ TEST(MixSampleBuffer, BStartingEarlierLosesItsHead) {
     const auto later = monoS16(4, {1, 2});
     const auto covered = QVVolumeEffect::mixSampleBuffer(later, b);
     ASSERT_TRUE(covered);
-    EXPECT_EQ(s16(covered), (std::vector<int16_t>{-49, -58, -70, -80, -90, -100}));
+    EXPECT_EQ(s16Values(covered), (std::vector<int16_t>{-49, -58, -70, -80, -90, -100}));
     EXPECT_TRUE(covered->sampleRange().isEqualRange(QVRange(4, 6)));
 
     const auto tailOfA = monoS16(5, {1, 2, 3, 4, 5});
     const auto shortB = monoS16(0, {-10, -20, -30, -40, -50, -60, -70});
     const auto mixed = QVVolumeEffect::mixSampleBuffer(tailOfA, shortB);
     ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16(mixed), (std::vector<int16_t>{-59, -68, 3, 4, 5}));
+    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{-59, -68, 3, 4, 5}));
     EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(5, 5)));
 }
 
@@ -275,7 +251,7 @@ TEST(MergeSampleBuffer, OverlapMixesWithTheEarlierFirst) {
     for (const auto& merged :
          {QVVolumeEffect::mergeSampleBuffer(late, early), QVVolumeEffect::mergeSampleBuffer(early, late)}) {
         ASSERT_TRUE(merged);
-        EXPECT_EQ(s16(merged), (std::vector<int16_t>{-10, -20, -30, -40, -49, -58, 3, 4}));
+        EXPECT_EQ(s16Values(merged), (std::vector<int16_t>{-10, -20, -30, -40, -49, -58, 3, 4}));
         EXPECT_TRUE(merged->sampleRange().isEqualRange(QVRange(0, 8)));
     }
 
@@ -284,7 +260,7 @@ TEST(MergeSampleBuffer, OverlapMixesWithTheEarlierFirst) {
     const auto same = QVVolumeEffect::mergeSampleBuffer(a, b);
     ASSERT_TRUE(same);
     EXPECT_EQ(same->data(), QVVolumeEffect::mixSampleBuffer(a, b)->data());
-    EXPECT_EQ(s16(same), (std::vector<int16_t>{-9, -18, -27, -40, -50}));
+    EXPECT_EQ(s16Values(same), (std::vector<int16_t>{-9, -18, -27, -40, -50}));
 }
 
 TEST(MergeSampleBuffer, AbuttingBuffersAreConcatenatedEitherWay) {
@@ -292,7 +268,7 @@ TEST(MergeSampleBuffer, AbuttingBuffersAreConcatenatedEitherWay) {
     const auto b = monoS16(2, {3, 4, 5});
     for (const auto& merged : {QVVolumeEffect::mergeSampleBuffer(a, b), QVVolumeEffect::mergeSampleBuffer(b, a)}) {
         ASSERT_TRUE(merged);
-        EXPECT_EQ(s16(merged), (std::vector<int16_t>{1, 2, 3, 4, 5}));
+        EXPECT_EQ(s16Values(merged), (std::vector<int16_t>{1, 2, 3, 4, 5}));
         EXPECT_TRUE(merged->sampleRange().isEqualRange(QVRange(0, 5)));
     }
 }
@@ -304,7 +280,7 @@ TEST(MergeSampleBuffer, GapUpToATenthOfASecondIsFilledWithSilence) {
          {QVVolumeEffect::mergeSampleBuffer(a, reachable), QVVolumeEffect::mergeSampleBuffer(reachable, a)}) {
         ASSERT_TRUE(merged);
         EXPECT_TRUE(merged->sampleRange().isEqualRange(QVRange(0, 4413)));
-        const auto values = s16(merged);
+        const auto values = s16Values(merged);
         ASSERT_EQ(values.size(), 4413u);
         EXPECT_EQ(values[0], 1);
         EXPECT_EQ(values[1], 2);
@@ -360,7 +336,7 @@ TEST(GainSampleBuffer, ConstantGainPerFormat) {
 
     const auto s16Gained = loud->gainSampleBuffer(monoS16(0, {1000, -1000, 20000, -20000}));
     ASSERT_TRUE(s16Gained);
-    EXPECT_EQ(s16(s16Gained), (std::vector<int16_t>{1995, -1995, 32767, -32768}));
+    EXPECT_EQ(s16Values(s16Gained), (std::vector<int16_t>{1995, -1995, 32767, -32768}));
 
     const auto u8Gained = loud->gainSampleBuffer(bufferOf<uint8_t>(kMonoU8, 0, {127, 137, 117, 250, 0}));
     ASSERT_TRUE(u8Gained);
@@ -423,14 +399,14 @@ TEST(FadeEffect, OnlySamplesInsideTheRangeChange) {
     const auto faded = fade->applySampleBuffer(buffer);
     ASSERT_TRUE(faded);
     EXPECT_TRUE(faded->sampleRange().isEqualRange(buffer->sampleRange()));
-    const auto values = s16(faded);
+    const auto values = s16Values(faded);
     for (int i = 0; i < 50; ++i) EXPECT_EQ(values[i], 1000) << i;
     EXPECT_EQ(values[50], 3);  // 1000 * 10^-2.4 at the ramp's start
     for (int i = 51; i < 100; ++i) {
         EXPECT_GE(values[i], values[i - 1]) << i;
         EXPECT_LT(values[i], 1000) << i;
     }
-    EXPECT_EQ(s16(buffer), std::vector<int16_t>(100, 1000));
+    EXPECT_EQ(s16Values(buffer), std::vector<int16_t>(100, 1000));
 }
 
 // The byte-level fade must equal its definition: gain of the sub-range put back by replace.
