@@ -56,6 +56,10 @@ public:
     // The samples as one interleaved block, planar input interleaved.
     std::vector<uint8_t> dataOfPackedSamples() const;
 
+    // Presentation time in QVTimebase units from the start of the source; 0 for made frames.
+    int64_t timeStamp() const { return _timeStamp; }
+    void setTimeStamp(int64_t timeStamp) { _timeStamp = timeStamp; }
+
     const AVFrame* avFrame() const { return _frame; }
 
     std::string archiveClassName() const override { return "QVAudioFrame2"; }
@@ -64,6 +68,7 @@ public:
 private:
     explicit QVAudioFrame2(AVFrame* frame);
     AVFrame* _frame;
+    int64_t _timeStamp = 0;
 };
 
 }  // namespace qm
