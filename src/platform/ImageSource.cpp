@@ -141,7 +141,10 @@ std::shared_ptr<ImageSource> ImageSource::createWithURL(const std::string& path)
         if (!packet || av_read_frame(format.get(), packet.get()) < 0) break;
         if (packet->stream_index == streamIndex) impl->packets.push_back(std::move(packet));
     }
-    return std::shared_ptr<ImageSource>(new ImageSource(std::move(impl)));
+    // A file that only looks like a picture by its name has packets that do not decode.
+    std::shared_ptr<ImageSource> source(new ImageSource(std::move(impl)));
+    if (!source->createImageAtIndex(0)) return nullptr;
+    return source;
 }
 
 size_t ImageSource::count() const { return _impl->packets.size(); }

@@ -14,8 +14,8 @@ namespace qm {
 // pictures are decoded on request. Not thread-safe: one caller at a time.
 class ImageSource {
 public:
-    // Nothing when the file cannot be read, is not a picture file (a movie is refused), or
-    // FFmpeg has no decoder for its pictures.
+    // Nothing when the file cannot be read, is not a picture file (a movie is refused), FFmpeg
+    // has no decoder for its pictures, or the first picture does not decode.
     static std::shared_ptr<ImageSource> createWithURL(const std::string& path);
 
     ~ImageSource();
