@@ -1,0 +1,269 @@
+#include "store/AMResourceImportTask.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "codec/QVTimebase.h"
+#include "foundation/QMCommon.h"
+#include "platform/Dispatch.h"
+#include "store/SCAudioResource.h"
+#include "store/SCImageResource.h"
+#include "store/SCVideoResource.h"
+#include "support/MediaFileWriter.h"
+#include "support/TestEnvironment.h"
+
+namespace qm {
+namespace {
+
+using test::MediaFileSpec;
+
+struct HandlerCall {
+    int32_t phase;
+    bool hadInfo;
+    AMTaskInfo info;
+    bool onMainThread;
+};
+
+test::RGB centreOf(const Bitmap& picture) {
+    const uint8_t* p = picture.data() + (picture.height() / 2) * picture.bytesPerRow() + (picture.width() / 2) * 4;
+    return {p[0], p[1], p[2]};
+}
+
+class ImportTaskTest : public ::testing::Test {
+protected:
+    std::string write(const std::string& name, const MediaFileSpec& spec) {
+        const std::string path = _user.file(name);
+        EXPECT_EQ(test::writeMediaFile(path, spec), "");
+        return path;
+    }
+
+    static MediaFileSpec movie(int frames, double audioSeconds) {
+        MediaFileSpec spec;
+        spec.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = frames, .maxBFrames = 2};
+        if (audioSeconds > 0) spec.audio = test::AudioTrackSpec{.seconds = audioSeconds};
+        return spec;
+    }
+
+    // Starts an import through `start` and runs the main loop until its end phase. `answer` gives
+    // the handler's reply to each progress report.
+    std::vector<HandlerCall> runImport(const std::function<void(AMResourceImportTask::Handler)>& start,
+                                       std::function<bool(const AMTaskInfo&)> answer = {}) {
+        std::vector<HandlerCall> calls;
+        bool ended = false;
+        start([&](int32_t phase, const AMTaskInfo* info) {
+            calls.push_back({phase, info != nullptr, info ? *info : AMTaskInfo{}, MainLoop::isMainThread()});
+            if (phase == AMResourceImportTask::phaseEnd) ended = true;
+            return phase == AMResourceImportTask::phaseProgress && answer && answer(*info);
+        });
+        EXPECT_TRUE(MainLoop::runUntil([&] { return ended; }, std::chrono::seconds(120)));
+        return calls;
+    }
+
+    std::vector<HandlerCall> importURLs(const std::vector<std::string>& urls, bool ignoreVideo = false,
+                                        std::function<bool(const AMTaskInfo&)> answer = {}) {
+        return runImport([&](auto handler) { _task->importURLs(urls, ignoreVideo, handler); }, std::move(answer));
+    }
+
+    static const AMResourceImportResult& resultOf(const std::vector<HandlerCall>& calls) {
+        return *calls.back().info.representObject;
+    }
+
+    static std::vector<HandlerCall> progressOf(const std::vector<HandlerCall>& calls) {
+        std::vector<HandlerCall> progress;
+        for (const auto& call : calls) {
+            if (call.phase == AMResourceImportTask::phaseProgress) progress.push_back(call);
+        }
+        return progress;
+    }
+
+    test::PrivateUserDirectories _user{"import_task_test"};
+    std::shared_ptr<AMResourceMgr> _manager =
+        AMResourceMgr::createWithDefaults(UserDefaults::createWithPath(_user.file("defaults.sqlite3")));
+    std::shared_ptr<AMResourceImportTask> _task = AMResourceImportTask::create(*_manager);
+};
+
+TEST_F(ImportTaskTest, MovieIsStoredFrameByFrameWithProgressFromVideoOnTheMainThread) {
+    const std::string path = write("Holiday Clip.mp4", movie(30, 1.2));
+    const auto calls = importURLs({path});
+
+    ASSERT_GE(calls.size(), 3u);
+    EXPECT_EQ(calls.front().phase, AMResourceImportTask::phaseStart);
+    EXPECT_FALSE(calls.front().hadInfo);
+    EXPECT_EQ(calls.back().phase, AMResourceImportTask::phaseEnd);
+    for (const auto& call : calls) EXPECT_TRUE(call.onMainThread);
+    // One report per three video frames, in time order.
+    const auto progress = progressOf(calls);
+    ASSERT_EQ(progress.size(), 10u);
+    for (size_t i = 0; i < progress.size(); ++i) {
+        EXPECT_EQ(progress[i].info.msgInfo, "Holiday Clip.mp4");
+        EXPECT_NEAR(progress[i].info.percent, 100.0 * (3 * i) / 25 / 1.2, 0.5);
+    }
+
+    const auto& result = resultOf(calls);
+    EXPECT_EQ(calls.back().info.errorCode, 0);
+    EXPECT_DOUBLE_EQ(calls.back().info.percent, 100.0);
+    ASSERT_EQ(result.importResources().size(), 1u);
+    EXPECT_TRUE(result.failureUrls().empty());
+    const auto record = result.importResources()[0];
+    EXPECT_EQ(record->humanReadableName(), "Holiday Clip");
+    EXPECT_EQ(record->originalPath(), path);
+    EXPECT_EQ(record->signture(), QMCommon::calcSigntureWithURL(path));
+    ASSERT_EQ(_manager->userResource().size(), 1u);
+    EXPECT_EQ(_manager->userResource()[0], record);
+
+    const auto video = record->videoResource();
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->width(), 64);
+    EXPECT_EQ(video->height(), 48);
+    ASSERT_EQ(video->numberOfFrames(), 30);
+    for (int i = 0; i < 30; ++i) {
+        const auto& block = video->blocks()[i];
+        EXPECT_EQ(block->timestamp(), i * (QVTimebase / 25));
+        EXPECT_EQ(block->duration(), QVTimebase / 25);
+        if (i > 0) {
+            EXPECT_EQ(block->offset(), video->blocks()[i - 1]->offset() + video->blocks()[i - 1]->length());
+        }
+    }
+    for (int i : {0, 7, 29}) {
+        const auto picture = video->cgImageAtTimestamp(i * (QVTimebase / 25) + 1000);
+        ASSERT_NE(picture, nullptr);
+        EXPECT_EQ(test::nearestFrameIndex(centreOf(*picture), 30), i);
+    }
+    const auto audio = record->audioResource();
+    ASSERT_NE(audio, nullptr);
+    EXPECT_EQ(audio->sampleRate(), 48000);
+    EXPECT_EQ(audio->numberOfChannels(), 2);
+    EXPECT_EQ(audio->sampleFormat(), 3);  // planar float decodes are stored packed
+    EXPECT_NEAR(static_cast<double>(audio->sampleRange().length()), 48000 * 1.2, 2048);
+}
+
+TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
+    const auto calls = importURLs({write("talk.mkv", movie(10, 2.0))}, true);
+    const auto progress = progressOf(calls);
+    ASSERT_FALSE(progress.empty());
+    EXPECT_GT(progress.back().info.percent, 80.0);
+    const auto record = resultOf(calls).importResources().at(0);
+    EXPECT_EQ(record->videoResource(), nullptr);
+    ASSERT_NE(record->audioResource(), nullptr);
+    EXPECT_NEAR(static_cast<double>(record->audioResource()->sampleRange().length()), 96000, 2048);
+}
+
+TEST_F(ImportTaskTest, KnownSignatureIsNotDecodedAgain) {
+    const std::string path = write("same.mp4", movie(6, 0));
+    const auto first = resultOf(importURLs({path})).importResources().at(0);
+    const auto again = importURLs({path});
+    EXPECT_TRUE(progressOf(again).empty());
+    ASSERT_EQ(resultOf(again).importResources().size(), 1u);
+    EXPECT_EQ(resultOf(again).importResources()[0], first);
+    EXPECT_EQ(_manager->userResource().size(), 1u);
+}
+
+TEST_F(ImportTaskTest, CancelAtTheFirstReportKeepsNothingAndListsNoFailure) {
+    const auto calls = importURLs({write("long.mp4", movie(40, 1.0)), write("next.mp4", movie(5, 0))}, false,
+                                  [](const AMTaskInfo&) { return true; });
+    EXPECT_EQ(progressOf(calls).size(), 1u);
+    EXPECT_EQ(calls.back().info.errorCode, 2);
+    EXPECT_TRUE(resultOf(calls).importResources().empty());
+    EXPECT_TRUE(resultOf(calls).failureUrls().empty());
+    EXPECT_TRUE(_manager->userResource().empty());
+    EXPECT_EQ(_task->videoResource(), nullptr);
+}
+
+TEST_F(ImportTaskTest, SongCoverBecomesTheThumbnailAndSilentFilesInheritThePreviousSound) {
+    MediaFileSpec song;
+    song.audio = test::AudioTrackSpec{.codec = "libmp3lame", .seconds = 0.5};
+    song.coverArtJPEGorPNG = test::solidJPEG(40, 40, {30, 60, 200});
+    const auto calls = importURLs({write("song.mp3", song), write("silent.mp4", movie(4, 0))});
+    const auto& resources = resultOf(calls).importResources();
+    ASSERT_EQ(resources.size(), 2u);
+    const auto cover = resources[0]->audioResource()->thumbnail();
+    ASSERT_NE(cover, nullptr);
+    EXPECT_NEAR(centreOf(*cover).b, 200, 8);
+    EXPECT_NEAR(centreOf(*cover).r, 30, 8);
+    EXPECT_EQ(resources[1]->audioResource(), resources[0]->audioResource());
+    EXPECT_NE(resources[1]->videoResource(), nullptr);
+}
+
+TEST_F(ImportTaskTest, DamagedAndMissingFilesAreListedWithTheirReasonBesideGoodOnes) {
+    std::ofstream(_user.file("notes.mp4")) << "plain words, not a movie";
+    std::ofstream(_user.file("empty.mov"));
+    const std::string whole = write("whole.mp4", movie(12, 0));
+    std::filesystem::copy_file(whole, _user.file("cut.mp4"));
+    std::filesystem::resize_file(_user.file("cut.mp4"), std::filesystem::file_size(whole) / 3);
+    const std::string good = write("good.mkv", movie(3, 0.3));
+    const std::string vanishing = write("vanishing.mp4", movie(3, 0));
+
+    const auto calls = importURLs(
+        {_user.file("notes.mp4"), _user.file("empty.mov"), _user.file("cut.mp4"), good, vanishing}, false,
+        [&](const AMTaskInfo&) {
+            std::filesystem::remove(vanishing);
+            return false;
+        });
+    const auto& result = resultOf(calls);
+    EXPECT_EQ(calls.back().info.errorCode, 1);
+    const std::vector<std::string> failed{_user.file("notes.mp4"), _user.file("empty.mov"), _user.file("cut.mp4"),
+                                          vanishing};
+    EXPECT_EQ(result.failureUrls(), failed);
+    ASSERT_EQ(result.errorDescription().size(), 4u);
+    for (const auto& text : result.errorDescription()) {
+        EXPECT_EQ(text, "DRM protected information has been detected in this file");
+    }
+    ASSERT_EQ(result.importResources().size(), 1u);
+    EXPECT_EQ(result.importResources()[0]->originalPath(), good);
+    EXPECT_EQ(_manager->userResource().size(), 1u);
+}
+
+TEST_F(ImportTaskTest, PicturesAreReferredToAndAnimatedGIFsKeepEveryFrame) {
+    ASSERT_EQ(test::writeAnimatedGif(_user.file("wave.GIF"), 24, 16, 5, 10), "");
+    std::ofstream(_user.file("broken.png")) << "not a picture";
+    const auto calls = importURLs({_user.file("wave.GIF"), _user.file("broken.png")});
+    const auto progress = progressOf(calls);
+    ASSERT_EQ(progress.size(), 1u);
+    EXPECT_DOUBLE_EQ(progress[0].info.percent, 100.0);
+    EXPECT_EQ(progress[0].info.msgInfo, "wave.GIF");
+    const auto& result = resultOf(calls);
+    ASSERT_EQ(result.importResources().size(), 1u);
+    ASSERT_NE(result.importResources()[0]->imageResource(), nullptr);
+    EXPECT_EQ(result.importResources()[0]->imageResource()->numberOfImages(), 5);
+    EXPECT_EQ(result.failureUrls(), std::vector<std::string>{_user.file("broken.png")});
+    EXPECT_EQ(result.errorDescription(), std::vector<std::string>{AMResourceImportTask::noPictureText});
+}
+
+class LibraryItem : public AMMediaObject {
+public:
+    LibraryItem(std::string url, std::string identifier) : _url(std::move(url)), _identifier(std::move(identifier)) {}
+    std::string URL() const override { return _url; }
+    std::string identifier() const override { return _identifier; }
+
+private:
+    std::string _url, _identifier;
+};
+
+TEST_F(ImportTaskTest, MediaLibraryItemsGoToTheirOwnListsByIdentifier) {
+    MediaFileSpec tune;
+    tune.audio = test::AudioTrackSpec{.codec = "aac", .seconds = 0.3};
+    const std::vector<std::shared_ptr<AMMediaObject>> items{
+        std::make_shared<LibraryItem>(write("tune.m4a", tune), "library-7"),
+        std::make_shared<LibraryItem>(_user.file("gone.m4a"), "library-8")};
+    auto run = [&] {
+        return runImport([&](auto handler) { _task->importMediaObjects(items, false, handler); });
+    };
+    const auto calls = run();
+    const auto& result = resultOf(calls);
+    ASSERT_EQ(result.importResources().size(), 1u);
+    EXPECT_EQ(result.importResources()[0]->identifier(), "library-7");
+    EXPECT_EQ(result.failureUrls(), std::vector<std::string>{_user.file("gone.m4a")});
+    EXPECT_EQ(result.errorDescription(), std::vector<std::string>{"No access rights"});
+    EXPECT_EQ(_manager->iTunesResource().size(), 1u);
+    EXPECT_TRUE(_manager->userResource().empty());
+
+    // Found again by its identifier, without decoding.
+    const auto again = run();
+    EXPECT_TRUE(progressOf(again).empty());
+    EXPECT_EQ(resultOf(again).importResources().at(0), result.importResources()[0]);
+}
+
+}  // namespace
+}  // namespace qm
