@@ -139,6 +139,45 @@ TEST_F(ImportTaskTest, MovieIsStoredFrameByFrameWithProgressFromVideoOnTheMainTh
     EXPECT_NEAR(static_cast<double>(audio->sampleRange().length()), 48000 * 1.2, 2048);
 }
 
+TEST_F(ImportTaskTest, PhoneVideoAndOddSurroundFilesAreStoredAsTheyPlay) {
+    MediaFileSpec phone;
+    const std::vector<int64_t> times{0, 33000, 70000, 100000, 180000, 190000};
+    phone.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = 6, .frameRate = {30, 1},
+                                       .ptsMicroseconds = times, .rotationDegrees = 90};
+    MediaFileSpec odd;
+    odd.video = test::VideoTrackSpec{.width = 33, .height = 17, .frameCount = 4, .codec = "mpeg4"};
+    odd.audio = test::AudioTrackSpec{.codec = "pcm_s16le", .sampleRate = 32000,
+                                     .channelLayout = AV_CH_LAYOUT_5POINT1, .seconds = 0.25};
+    const auto calls = importURLs({write("portrait.mp4", phone), write("odd.mov", odd)});
+    const auto& resources = resultOf(calls).importResources();
+    ASSERT_EQ(resources.size(), 2u);
+
+    const auto portrait = resources[0]->videoResource();
+    EXPECT_EQ(portrait->width(), 48);
+    EXPECT_EQ(portrait->height(), 64);
+    ASSERT_EQ(portrait->numberOfFrames(), 6);
+    for (size_t i = 0; i < times.size(); ++i) {
+        EXPECT_NEAR(static_cast<double>(portrait->blocks()[i]->timestamp()),
+                    static_cast<double>(QMMultiplyDivide(times[i], QVTimebase, 1000000)), QVTimebase / 1000.0);
+    }
+    const auto upright = portrait->cgImageAtTimestamp(0);
+    ASSERT_NE(upright, nullptr);
+    ASSERT_EQ(upright->width(), 48);
+    const uint8_t* topRight = upright->data() + 2 * upright->bytesPerRow() + 45 * 4;
+    EXPECT_LT(topRight[0] + topRight[1] + topRight[2], 120);
+
+    const auto small = resources[1]->videoResource();
+    EXPECT_EQ(small->width(), 33);
+    EXPECT_EQ(small->height(), 17);
+    EXPECT_EQ(small->numberOfFrames(), 4);
+    EXPECT_EQ(small->cgImageAtTimestamp(0)->width(), 33);
+    const auto surround = resources[1]->audioResource();
+    EXPECT_EQ(surround->numberOfChannels(), 6);
+    EXPECT_EQ(surround->chsLayout(), static_cast<int64_t>(AV_CH_LAYOUT_5POINT1));
+    EXPECT_EQ(surround->sampleFormat(), 1);  // packed S16, as decoded
+    EXPECT_EQ(surround->sampleRange().length(), 8000);
+}
+
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
     const auto calls = importURLs({write("talk.mkv", movie(10, 2.0))}, true);
     const auto progress = progressOf(calls);
