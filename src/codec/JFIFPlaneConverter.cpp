@@ -94,7 +94,9 @@ JFIFPlaneConverter::Planes JFIFPlaneConverter::convert(const PixelBuffer& source
     const int height = source.height();
     const int chromaWidth = (width + 1) / 2;
     const int chromaHeight = (height + 1) / 2;
-    _luma.resize(static_cast<size_t>(width) * height);
+    // TurboJPEG reads 4:2:0 luma in whole 2x2 blocks: odd sizes get a copied last column and row.
+    const int lumaWidth = chromaWidth * 2;
+    _luma.resize(static_cast<size_t>(lumaWidth) * chromaHeight * 2);
     _blue.resize(static_cast<size_t>(chromaWidth) * chromaHeight);
     _red.resize(_blue.size());
     std::vector<int32_t> lumaTerm(chromaWidth);
@@ -110,13 +112,14 @@ JFIFPlaneConverter::Planes JFIFPlaneConverter::convert(const PixelBuffer& source
             blueOut[x] = toCode((128 << kShift) + c.blueFromBlue * cb + c.blueFromRed * cr);
             redOut[x] = toCode((128 << kShift) + c.redFromBlue * cb + c.redFromRed * cr);
         }
-        for (int line = row * 2; line < std::min(height, row * 2 + 2); ++line) {
-            const uint8_t* in = source.plane(0) + line * source.bytesPerRow(0);
-            uint8_t* out = _luma.data() + static_cast<size_t>(line) * width;
+        for (int line = row * 2; line < row * 2 + 2; ++line) {
+            const uint8_t* in = source.plane(0) + std::min(line, height - 1) * source.bytesPerRow(0);
+            uint8_t* out = _luma.data() + static_cast<size_t>(line) * lumaWidth;
             for (int x = 0; x < width; ++x) out[x] = toCode(c.lumaTable[in[x]] + lumaTerm[x >> 1]);
+            if (lumaWidth > width) out[width] = out[width - 1];
         }
     }
-    return {{_luma.data(), _blue.data(), _red.data()}, {width, chromaWidth, chromaWidth}};
+    return {{_luma.data(), _blue.data(), _red.data()}, {lumaWidth, chromaWidth, chromaWidth}};
 }
 
 }  // namespace qm

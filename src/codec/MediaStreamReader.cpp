@@ -46,7 +46,11 @@ void AVFrameDeleter::operator()(AVFrame* frame) const { av_frame_free(&frame); }
 
 std::unique_ptr<MediaStreamReader> MediaStreamReader::open(const std::string& path, std::string* error) {
     std::unique_ptr<MediaStreamReader> reader(new MediaStreamReader());
-    int status = avformat_open_input(&reader->_format, path.c_str(), nullptr, nullptr);
+    // A path is a local file whatever its name looks like, and a playlist in it may not reach out.
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
+    int status = avformat_open_input(&reader->_format, ("file:" + path).c_str(), nullptr, &options);
+    av_dict_free(&options);
     if (status < 0) {
         setError(error, describe(status));
         return nullptr;

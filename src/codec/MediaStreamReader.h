@@ -21,7 +21,8 @@ using AVFramePtr = std::unique_ptr<AVFrame, AVFrameDeleter>;
 // readers on one file decode two streams at once from two threads.
 class MediaStreamReader {
 public:
-    // Opens and probes the file; nothing, with a reason in `error`, when FFmpeg cannot read it.
+    // Opens and probes the local file at `path` (no other protocol is followed); nothing, with a
+    // reason in `error`, when FFmpeg cannot read it.
     static std::unique_ptr<MediaStreamReader> open(const std::string& path, std::string* error);
     ~MediaStreamReader();
     MediaStreamReader(const MediaStreamReader&) = delete;

@@ -69,10 +69,13 @@ TEST(JPEGEncoderTest, VideoOfEveryMatrixAndRangeDecodesToItsOwnColours) {
         expectColour(encoder->encodeImageBuffer(*solidYUV(48, 32, colour, kBT601, true, AV_PIX_FMT_YUVJ420P,
                                                           AVCOL_SPC_BT470BG)),
                      48, 32, colour, 4);
-        // 4:4:4 goes through a conversion first; odd sizes keep their size.
-        expectColour(encoder->encodeImageBuffer(*solidYUV(33, 17, colour, kBT709, false, AV_PIX_FMT_YUV444P,
-                                                          AVCOL_SPC_BT709)),
-                     33, 17, colour, 5);
+        // 4:4:4 goes through a conversion first; odd sizes keep their size. A fresh thread starts
+        // with empty scratch memory, so reads past an odd picture's planes are caught.
+        std::thread([&] {
+            expectColour(encoder->encodeImageBuffer(*solidYUV(33, 17, colour, kBT709, false, AV_PIX_FMT_YUV444P,
+                                                              AVCOL_SPC_BT709)),
+                         33, 17, colour, 5);
+        }).join();
     }
 }
 
