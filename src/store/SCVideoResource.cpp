@@ -17,9 +17,14 @@ int64_t wrappingSubtract(int64_t a, int64_t b) {
     return static_cast<int64_t>(static_cast<uint64_t>(a) - static_cast<uint64_t>(b));
 }
 
-bool blockContains(const SCVideoBlock& block, int64_t t) {
-    return block.timestamp() <= t && t < wrappingAdd(block.timestamp(), block.duration());
+// Where a block stops showing; a frame that lasts for ever (or past the largest time) never stops.
+int64_t blockEnd(const SCVideoBlock& block) {
+    int64_t end = 0;
+    if (__builtin_add_overflow(block.timestamp(), block.duration(), &end)) return block.duration() > 0 ? INT64_MAX : INT64_MIN;
+    return end;
 }
+
+bool blockContains(const SCVideoBlock& block, int64_t t) { return block.timestamp() <= t && t < blockEnd(block); }
 
 }  // namespace
 
@@ -105,7 +110,7 @@ std::shared_ptr<SCVideoBlock> SCVideoResource::findVideoBlockAtTimestamp(int64_t
         if (i >= 0 && !leftDone && i < count) {
             const SCVideoBlock& block = *_blocks[i];
             if (blockContains(block, t)) return _blocks[i];
-            leftDone = wrappingAdd(block.timestamp(), block.duration()) < t;
+            leftDone = blockEnd(block) < t;
             if (leftDone) left = i;
         }
         const int64_t j = guess + step;
