@@ -22,27 +22,15 @@ const QVSampleDescription kMonoS16(44100, 1, QVSampleFormatS16, 0);
 
 // ---- QVSampleDescription ----
 
-TEST(SampleDescription, DefaultIsCdStereoS16) {
-    const QVSampleDescription description;
-    EXPECT_EQ(description.sampleRate(), 44100);
-    EXPECT_EQ(description.channels(), 2);
-    EXPECT_EQ(description.sampleFormat(), QVSampleFormatS16);
-    EXPECT_EQ(description.channelLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(2));
-    EXPECT_EQ(description.bytesPerChannel(), 2);
-    EXPECT_EQ(description.bytesPerSample(), 4);
-}
-
 TEST(SampleDescription, EqualityResolvesZeroLayoutAndComparesEveryField) {
     const int64_t stereo = QVAudioFrame2::defaultChannelLayoutByChannel(2);
     const QVSampleDescription implicit(48000, 2, QVSampleFormatFLT, 0);
     const QVSampleDescription explicitLayout(48000, 2, QVSampleFormatFLT, stereo);
     EXPECT_EQ(implicit.channelLayout(), stereo);
-    EXPECT_TRUE(implicit.isEqualTo(explicitLayout));
     EXPECT_TRUE(explicitLayout == implicit);
 
     EXPECT_FALSE(implicit.isEqualTo(QVSampleDescription(48000, 2, QVSampleFormatFLT, stereo | 0x8)));
     EXPECT_FALSE(implicit.isEqualTo(QVSampleDescription(44100, 2, QVSampleFormatFLT, 0)));
-    EXPECT_FALSE(implicit.isEqualTo(QVSampleDescription(48000, 2, QVSampleFormatS16, 0)));
     EXPECT_FALSE(implicit.isEqualTo(QVSampleDescription(48000, 1, QVSampleFormatFLT, stereo)));
 }
 
@@ -51,7 +39,6 @@ TEST(SampleDescription, DescriptionAndByteWidths) {
     EXPECT_EQ(dbl.description(), "sample rate: 96000, channel: 6, sample format: 4");
     EXPECT_EQ(dbl.bytesPerSample(), 48);
     EXPECT_EQ(QVSampleDescription(8000, 1, QVSampleFormatU8, 0).bytesPerSample(), 1);
-    EXPECT_EQ(QVSampleDescription(8000, 3, QVSampleFormatS32, 0).bytesPerSample(), 12);
     EXPECT_EQ(QVSampleDescription(8000, 2, QVSampleFormatNone, 0).bytesPerSample(), 0);
 }
 
@@ -64,54 +51,35 @@ AudioStreamBasicDescription streamDescription(double rate, uint32_t channels, ui
     return asbd;
 }
 
-TEST(SampleDescription, AcceptsPackedFloatAndSignedStreamDescriptions) {
+// Packed float or signed 16/32-bit descriptions are taken (float wins, endianness is ignored);
+// anything else is refused with one line.
+TEST(SampleDescription, StreamDescriptionsTakenAndRefused) {
     const uint32_t packed = kAudioFormatFlagIsPacked;
-    LogCapture capture;
-    const auto flt = QVSampleDescription::createWithAudioStreamBasicDescri(
-        streamDescription(48000.9, 2, 32, packed | kAudioFormatFlagIsFloat));
-    ASSERT_TRUE(flt);
-    EXPECT_EQ(flt->sampleRate(), 48000);
-    EXPECT_EQ(flt->channels(), 2);
-    EXPECT_EQ(flt->sampleFormat(), QVSampleFormatFLT);
-    EXPECT_EQ(flt->channelLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(2));
-
-    // Float and signed together still read as float; the endian bit is ignored.
-    const auto both = QVSampleDescription::createWithAudioStreamBasicDescri(streamDescription(
-        44100, 1, 32,
-        packed | kAudioFormatFlagIsFloat | kAudioFormatFlagIsSignedInteger | kAudioFormatFlagIsBigEndian));
-    ASSERT_TRUE(both);
-    EXPECT_EQ(both->sampleFormat(), QVSampleFormatFLT);
-
-    const auto s32 = QVSampleDescription::createWithAudioStreamBasicDescri(
-        streamDescription(44100, 1, 32, packed | kAudioFormatFlagIsSignedInteger));
-    ASSERT_TRUE(s32);
-    EXPECT_EQ(s32->sampleFormat(), QVSampleFormatS32);
-    EXPECT_EQ(s32->channelLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(1));
-
-    const auto s16 = QVSampleDescription::createWithAudioStreamBasicDescri(
-        streamDescription(22050, 2, 16, packed | kAudioFormatFlagIsSignedInteger));
-    ASSERT_TRUE(s16);
-    EXPECT_EQ(s16->sampleFormat(), QVSampleFormatS16);
-    EXPECT_EQ(s16->sampleRate(), 22050);
-    EXPECT_TRUE(capture.lines().empty());
-}
-
-TEST(SampleDescription, RefusesOtherStreamDescriptionsWithOneLine) {
-    const uint32_t packed = kAudioFormatFlagIsPacked;
-    const std::vector<AudioStreamBasicDescription> refused = {
-        streamDescription(44100, 2, 32, kAudioFormatFlagIsFloat),                  // not packed
-        streamDescription(44100, 2, 32, packed),                                   // neither float nor signed
-        streamDescription(44100, 2, 16, packed | kAudioFormatFlagIsFloat),         // 16-bit float
-        streamDescription(44100, 2, 16, kAudioFormatFlagIsSignedInteger),          // 16-bit not packed
-        streamDescription(44100, 2, 8, packed),                                    // U8
-        streamDescription(44100, 2, 64, packed | kAudioFormatFlagIsFloat),         // DBL
-        streamDescription(std::nan(""), 2, 32, packed | kAudioFormatFlagIsFloat),  // no usable rate
+    const uint32_t flt = kAudioFormatFlagIsFloat;
+    const uint32_t sint = kAudioFormatFlagIsSignedInteger;
+    const struct {
+        AudioStreamBasicDescription asbd;
+        int32_t format;  // -1: refused
+    } cases[] = {
+        {streamDescription(44100, 1, 32, packed | flt | sint | kAudioFormatFlagIsBigEndian), QVSampleFormatFLT},
+        {streamDescription(44100, 1, 32, packed | sint), QVSampleFormatS32},
+        {streamDescription(22050, 2, 16, packed | sint), QVSampleFormatS16},
+        {streamDescription(44100, 2, 32, flt), -1},
+        {streamDescription(44100, 2, 32, packed), -1},
+        {streamDescription(44100, 2, 16, packed | flt), -1},
+        {streamDescription(44100, 2, 8, packed), -1},
+        {streamDescription(44100, 2, 64, packed | flt), -1},
+        {streamDescription(std::nan(""), 2, 32, packed | flt), -1},
     };
-    for (const auto& asbd : refused) {
+    for (const auto& c : cases) {
         LogCapture capture;
-        EXPECT_FALSE(QVSampleDescription::createWithAudioStreamBasicDescri(asbd));
-        EXPECT_EQ(capture.count("Can not support audio stream description."), 1u);
+        const auto description = QVSampleDescription::createWithAudioStreamBasicDescri(c.asbd);
+        EXPECT_EQ(description ? description->sampleFormat() : -1, c.format) << c.asbd.mBitsPerChannel;
+        EXPECT_EQ(capture.count("Can not support audio stream description."), c.format < 0 ? 1u : 0u);
     }
+    const auto rounded = QVSampleDescription::createWithAudioStreamBasicDescri(streamDescription(48000.9, 2, 32, packed | flt));
+    ASSERT_TRUE(rounded);
+    EXPECT_TRUE(rounded->isEqualTo(QVSampleDescription(48000, 2, QVSampleFormatFLT, 0)));
 }
 
 // An archive written elsewhere, with the four keys and nothing else.
@@ -128,43 +96,32 @@ public:
 
 TEST(SampleDescription, ArchiveRoundTripAndKeys) {
     QVSampleDescription::registerArchiveClass();
-    for (const QVSampleDescription& original :
-         {QVSampleDescription(48000, 2, QVSampleFormatFLT, 0), QVSampleDescription(8000, 1, QVSampleFormatU8, 0x4),
-          QVSampleDescription(192000, 8, QVSampleFormatS32, 0x63F)}) {
-        const auto bytes = KeyedArchiver::archivedDataWithRootObject(std::make_shared<QVSampleDescription>(original));
-        ASSERT_FALSE(bytes.empty());
-        const auto decoded =
-            std::dynamic_pointer_cast<QVSampleDescription>(KeyedUnarchiver::unarchiveObjectWithData(bytes));
-        ASSERT_TRUE(decoded);
-        EXPECT_TRUE(decoded->isEqualTo(original)) << decoded->description();
-        EXPECT_EQ(decoded->channelLayout(), original.channelLayout());
-    }
+    const QVSampleDescription original(192000, 8, QVSampleFormatS32, 0x63F);
+    const auto decoded = std::dynamic_pointer_cast<QVSampleDescription>(KeyedUnarchiver::unarchiveObjectWithData(
+        KeyedArchiver::archivedDataWithRootObject(std::make_shared<QVSampleDescription>(original))));
+    ASSERT_TRUE(decoded);
+    EXPECT_TRUE(decoded->isEqualTo(original)) << decoded->description();
 
     const auto foreign = std::dynamic_pointer_cast<QVSampleDescription>(KeyedUnarchiver::unarchiveObjectWithData(
         KeyedArchiver::archivedDataWithRootObject(std::make_shared<ForeignDescription>())));
     ASSERT_TRUE(foreign);
-    EXPECT_EQ(foreign->sampleFormat(), QVSampleFormatFLT);
-    EXPECT_EQ(foreign->channels(), 6);
-    EXPECT_EQ(foreign->sampleRate(), 96000);
-    EXPECT_EQ(foreign->channelLayout(), 0x60F);
+    EXPECT_TRUE(foreign->isEqualTo(QVSampleDescription(96000, 6, QVSampleFormatFLT, 0x60F)));
 }
 
 // ---- QVSampleBuffer construction ----
 
 TEST(SampleBuffer, ConstructorEnforcesLengthInvariant) {
     LogCapture capture;
-    EXPECT_FALSE(QVSampleBuffer::createWithSampleDescription(kStereoS16, QVRange(0, 3), std::vector<uint8_t>(11)));
-    EXPECT_FALSE(QVSampleBuffer::createWithSampleDescription(kStereoS16, QVRange(0, 3), std::vector<uint8_t>(13)));
+    for (size_t size : {11, 13}) {
+        EXPECT_FALSE(QVSampleBuffer::createWithSampleDescription(kStereoS16, QVRange(0, 3), std::vector<uint8_t>(size)));
+    }
     EXPECT_FALSE(QVSampleBuffer::createWithSampleDescription(kStereoS16, QVRange(0, -1), std::vector<uint8_t>()));
     EXPECT_EQ(capture.count("Error input sample buffer data."), 3u);
 
-    capture.clear();
     const auto buffer =
         QVSampleBuffer::createWithSampleDescription(kStereoS16, QVRange(7, 3), std::vector<uint8_t>(12, 9));
     ASSERT_TRUE(buffer);
-    EXPECT_EQ(buffer->data(), std::vector<uint8_t>(12, 9));
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(7, 3)));
-    EXPECT_TRUE(capture.lines().empty());
+    EXPECT_EQ(capture.lines().size(), 3u);
     EXPECT_EQ(buffer->description(), "Range(7, 3)\nSample count: 3\n");
 }
 
@@ -173,14 +130,10 @@ TEST(SampleBuffer, SilenceIsZeroExceptU8At0x7F) {
                                                                       QVRange(5, 4));
     ASSERT_TRUE(u8);
     EXPECT_EQ(u8->data(), std::vector<uint8_t>(8, 0x7F));
-    EXPECT_EQ(u8->sampleRange().location(), 5);
-
-    for (int32_t format : {QVSampleFormatS16, QVSampleFormatS32, QVSampleFormatFLT, QVSampleFormatDBL}) {
-        const QVSampleDescription description(8000, 2, format, 0);
-        const auto silent = QVSampleBuffer::silentSampleBufferWithDescription(description, QVRange(0, 3));
-        ASSERT_TRUE(silent);
-        EXPECT_EQ(silent->data(), std::vector<uint8_t>(3 * description.bytesPerSample(), 0));
-    }
+    const auto dbl = QVSampleBuffer::silentSampleBufferWithDescription(QVSampleDescription(8000, 2, QVSampleFormatDBL, 0),
+                                                                       QVRange(0, 3));
+    ASSERT_TRUE(dbl);
+    EXPECT_EQ(dbl->data(), std::vector<uint8_t>(48, 0));
 }
 
 TEST(SampleBuffer, AppendSampleData) {
@@ -190,7 +143,6 @@ TEST(SampleBuffer, AppendSampleData) {
 
     const auto longer = QVSampleBuffer::appendSampleData(bytesOf<int16_t>({3, 4}), buffer);
     ASSERT_TRUE(longer);
-    EXPECT_NE(longer, buffer);
     EXPECT_EQ(s16Values(longer), (std::vector<int16_t>{1, 2, 3, 4}));
     EXPECT_TRUE(longer->sampleRange().isEqualRange(QVRange(10, 4)));
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2}));
@@ -205,18 +157,13 @@ TEST(SampleBuffer, ReplaceSampleData) {
     LogCapture capture;
     EXPECT_FALSE(QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({9}), QVRange(99, 1), buffer));
     EXPECT_FALSE(QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({9, 9}), QVRange(104, 2), buffer));
-    EXPECT_FALSE(QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({9}), QVRange(101, 1), nullptr));
-    EXPECT_EQ(capture.count("Out of range."), 3u);
+    EXPECT_EQ(capture.count("Out of range."), 2u);
 
     const auto middle = QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({7, 8}), QVRange(102, 2), buffer);
     ASSERT_TRUE(middle);
     EXPECT_EQ(s16Values(middle), (std::vector<int16_t>{1, 2, 7, 8, 5}));
     EXPECT_TRUE(middle->sampleRange().isEqualRange(buffer->sampleRange()));
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2, 3, 4, 5}));
-
-    const auto all = QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({-1, -2, -3, -4, -5}), QVRange(100, 5), buffer);
-    ASSERT_TRUE(all);
-    EXPECT_EQ(s16Values(all), (std::vector<int16_t>{-1, -2, -3, -4, -5}));
 
     // Too few bytes: only what is there is copied.
     const auto shortBytes = QVSampleBuffer::replaceSampleData(bytesOf<int16_t>({6}), QVRange(103, 2), buffer);
@@ -226,11 +173,6 @@ TEST(SampleBuffer, ReplaceSampleData) {
 
 TEST(SampleBuffer, SubRangeTakesTheIntersection) {
     const auto buffer = monoS16(100, {10, 11, 12, 13, 14, 15});
-    const auto inner = buffer->sampleBufferWithSubRange(QVRange(102, 2));
-    ASSERT_TRUE(inner);
-    EXPECT_EQ(s16Values(inner), (std::vector<int16_t>{12, 13}));
-    EXPECT_TRUE(inner->sampleRange().isEqualRange(QVRange(102, 2)));
-
     const auto tail = buffer->sampleBufferWithSubRange(QVRange(104, 50));
     ASSERT_TRUE(tail);
     EXPECT_EQ(s16Values(tail), (std::vector<int16_t>{14, 15}));
@@ -239,11 +181,6 @@ TEST(SampleBuffer, SubRangeTakesTheIntersection) {
     const auto head = buffer->sampleBufferWithSubRange(QVRange(90, 11));
     ASSERT_TRUE(head);
     EXPECT_EQ(s16Values(head), (std::vector<int16_t>{10}));
-
-    const auto whole = buffer->sampleBufferWithSubRange(QVRange(0, 1000));
-    ASSERT_TRUE(whole);
-    EXPECT_NE(whole, buffer);
-    EXPECT_EQ(whole->data(), buffer->data());
 
     EXPECT_FALSE(buffer->sampleBufferWithSubRange(QVRange(106, 5)));
     EXPECT_FALSE(buffer->sampleBufferWithSubRange(QVRange(0, 100)));
@@ -257,11 +194,7 @@ TEST(SampleBuffer, FrameCarriesTheSamples) {
     ASSERT_TRUE(buffer);
     for (const auto& frame : {buffer->frame(), buffer->convertToAudioFrame()}) {
         ASSERT_TRUE(frame);
-        EXPECT_EQ(frame->sampleFormat(), QVSampleFormatS32);
-        EXPECT_EQ(frame->numberOfChannel(), 2);
         EXPECT_EQ(frame->sampleRate(), 48000);
-        EXPECT_EQ(frame->numberOfSamples(), 2);
-        EXPECT_EQ(frame->bytesForSample(), description.bytesPerSample());
         EXPECT_EQ(frame->dataOfPackedSamples(), bytes);
     }
     auto kept = buffer->convertToAudioFrame();
@@ -280,11 +213,7 @@ TEST(SampleBuffer, PlanarFrameIsInterleaved) {
     const auto buffer = QVSampleBuffer::createWithAudioFrame(frame, QVRange(500, 3));
     ASSERT_TRUE(buffer);
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, -1, 2, -2, 3, -3}));
-    EXPECT_EQ(buffer->sampleDescription().sampleFormat(), QVSampleFormatS16);
-    EXPECT_EQ(buffer->sampleDescription().sampleRate(), 32000);
-    EXPECT_EQ(buffer->sampleDescription().channels(), 2);
-    EXPECT_EQ(buffer->sampleDescription().channelLayout(), frame->channelLayout());
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(500, 3)));
+    EXPECT_TRUE(buffer->sampleDescription().isEqualTo(QVSampleDescription(32000, 2, QVSampleFormatS16, 0)));
 
     const auto mutableBuffer = QVMutableSampleBuffer::createWithAudioFrame(frame, QVRange(0, 3));
     ASSERT_TRUE(mutableBuffer);
@@ -301,8 +230,7 @@ TEST(SampleBuffer, AudioFrameRefusals) {
     EXPECT_FALSE(QVSampleBuffer::createWithAudioFrame(frame, QVRange(0, 1)));
     EXPECT_FALSE(QVSampleBuffer::createWithAudioFrame(rateless, QVRange(0, 2)));
     EXPECT_FALSE(QVSampleBuffer::createWithAudioFrame(nullptr, QVRange(0, 0)));
-    EXPECT_FALSE(QVMutableSampleBuffer::createWithAudioFrame(frame, QVRange(0, 5)));
-    EXPECT_EQ(capture.count("Error input audio frame."), 5u);
+    EXPECT_EQ(capture.count("Error input audio frame."), 4u);
     EXPECT_TRUE(QVSampleBuffer::createWithAudioFrame(frame, QVRange(-4, 2)));
 }
 
@@ -321,25 +249,11 @@ std::shared_ptr<QVMutableSampleBuffer> mutableMono(int64_t location, const std::
     return QVMutableSampleBuffer::createWithSampleBuffer(monoS16(location, values));
 }
 
-TEST(MutableSampleBuffer, CopiesItsSource) {
+TEST(MutableSampleBuffer, CopiesItsSourceAndAppendGrowsByWholeSamplesKeepingExtraBytes) {
     EXPECT_FALSE(QVMutableSampleBuffer::createWithSampleBuffer(nullptr));
-    const auto source = monoS16(20, {1, 2, 3});
-    const auto copy = QVMutableSampleBuffer::createWithSampleBuffer(source);
-    ASSERT_TRUE(copy);
-    EXPECT_TRUE(copy->sampleDescription().isEqualTo(kMonoS16));
-    EXPECT_TRUE(copy->sampleRange().isEqualRange(source->sampleRange()));
-    copy->mutableData()[0] = 0x7F;
-    copy->cutSamples(1);
-    EXPECT_EQ(s16Values(source), (std::vector<int16_t>{1, 2, 3}));
-    EXPECT_TRUE(source->sampleRange().isEqualRange(QVRange(20, 3)));
-
-    LogCapture capture;
-    EXPECT_FALSE(QVMutableSampleBuffer::createWithSampleDescription(kMonoS16, QVRange(0, 2), std::vector<uint8_t>(3)));
-    EXPECT_EQ(capture.count("Error input sample buffer data."), 1u);
-}
-
-TEST(MutableSampleBuffer, AppendDataGrowsByWholeSamplesAndKeepsExtraBytes) {
-    const auto buffer = mutableMono(5, {1});
+    const auto source = monoS16(5, {1});
+    const auto buffer = QVMutableSampleBuffer::createWithSampleBuffer(source);
+    ASSERT_TRUE(buffer);
     buffer->appendData(bytesOf<int16_t>({2, 3}));
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2, 3}));
     EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(5, 3)));
@@ -347,43 +261,31 @@ TEST(MutableSampleBuffer, AppendDataGrowsByWholeSamplesAndKeepsExtraBytes) {
     buffer->appendData(std::vector<uint8_t>{0xAA, 0xBB, 0xCC});
     EXPECT_EQ(buffer->data().size(), 9u);
     EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(5, 4)));
+    EXPECT_EQ(s16Values(source), (std::vector<int16_t>{1}));
 }
 
 TEST(MutableSampleBuffer, CutSamplesDropsFromTheFront) {
     const auto buffer = mutableMono(10, {1, 2, 3, 4, 5});
-    buffer->cutSamples(0);
     buffer->cutSamples(-3);
-    EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2, 3, 4, 5}));
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(10, 5)));
-
     buffer->cutSamples(2);
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{3, 4, 5}));
     EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(12, 3)));
 
-    buffer->cutSamples(3);
+    buffer->cutSamples(7);
     EXPECT_TRUE(buffer->data().empty());
-    EXPECT_EQ(buffer->sampleRange().location(), 0);
-    EXPECT_EQ(buffer->sampleRange().length(), 0);
-
-    const auto other = mutableMono(10, {1, 2});
-    other->cutSamples(7);
-    EXPECT_TRUE(other->data().empty());
-    EXPECT_EQ(other->sampleRange().location(), 0);
+    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(0, 0)));
 }
 
 TEST(MutableSampleBuffer, TruncSamplesDropsFromTheEnd) {
     const auto buffer = mutableMono(10, {1, 2, 3, 4, 5});
     buffer->truncSamples(0);
-    EXPECT_EQ(buffer->data().size(), 10u);
-
     buffer->truncSamples(2);
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2, 3}));
     EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(10, 3)));
 
     buffer->truncSamples(3);
     EXPECT_TRUE(buffer->data().empty());
-    EXPECT_EQ(buffer->sampleRange().location(), 0);
-    EXPECT_EQ(buffer->sampleRange().length(), 0);
+    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(0, 0)));
 }
 
 }  // namespace

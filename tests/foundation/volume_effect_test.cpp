@@ -24,30 +24,16 @@ std::shared_ptr<QVSampleBuffer> randomBuffer(const QVSampleDescription& descript
     std::mt19937 random(seed);
     const size_t values = static_cast<size_t>(range.length() * description.channels());
     std::vector<uint8_t> bytes(static_cast<size_t>(range.length() * description.bytesPerSample()));
+    for (auto& byte : bytes) byte = static_cast<uint8_t>(random());
+    // Floating formats get values in [-1, 1] rather than random bit patterns.
     std::uniform_real_distribution<double> unit(-1.0, 1.0);
     for (size_t i = 0; i < values; ++i) {
-        switch (description.sampleFormat()) {
-            case QVSampleFormatU8: bytes[i] = static_cast<uint8_t>(random()); break;
-            case QVSampleFormatS16: {
-                int16_t v = static_cast<int16_t>(random());
-                std::memcpy(&bytes[i * 2], &v, 2);
-                break;
-            }
-            case QVSampleFormatS32: {
-                int32_t v = static_cast<int32_t>(random());
-                std::memcpy(&bytes[i * 4], &v, 4);
-                break;
-            }
-            case QVSampleFormatFLT: {
-                float v = static_cast<float>(unit(random));
-                std::memcpy(&bytes[i * 4], &v, 4);
-                break;
-            }
-            case QVSampleFormatDBL: {
-                double v = unit(random);
-                std::memcpy(&bytes[i * 8], &v, 8);
-                break;
-            }
+        if (description.sampleFormat() == QVSampleFormatFLT) {
+            const float v = static_cast<float>(unit(random));
+            std::memcpy(&bytes[i * 4], &v, 4);
+        } else if (description.sampleFormat() == QVSampleFormatDBL) {
+            const double v = unit(random);
+            std::memcpy(&bytes[i * 8], &v, 8);
         }
     }
     return QVSampleBuffer::createWithSampleDescription(description, range, std::move(bytes));
@@ -65,47 +51,22 @@ TEST(VolumeArithmetic, SliderToGain) {
     EXPECT_LT(std::fabs(QVVolumeEffect::gainFactorFromVolume(QVVolumeEffect::defaultVolume()) - 1.0), 1e-6);
 }
 
-TEST(VolumeArithmetic, NormalizeSample) {
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(32767, QVSampleFormatS16), 1.0);
+TEST(VolumeArithmetic, NormalizeAndGainClampPerFormatAndTruncateTowardZero) {
     EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(-32768, QVSampleFormatS16), -1.0);
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(16384, QVSampleFormatS16), 16384 / 32767.0);
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(-1073741824.0, QVSampleFormatS32), -1073741824.0 / 2147483647.0);
     EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(-2147483648.0, QVSampleFormatS32), -1.0);
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(127, QVSampleFormatU8), 0.0);
     EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(0, QVSampleFormatU8), -1.0);
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(255, QVSampleFormatU8), 1.0);
-    EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(0.25, QVSampleFormatFLT), 0.25);
     EXPECT_DOUBLE_EQ(QVVolumeEffect::normalizeSample(-3.0, QVSampleFormatDBL), -1.0);
-}
 
-TEST(VolumeArithmetic, GainClampsPerFormatAndTruncatesTowardZero) {
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(127, 7.5), 127);
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(127, 0.0), 127);
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(0, 1.0), 0);
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(0, 2.0), 0);
     EXPECT_EQ(QVVolumeEffect::gainU8Sample(255, 2.0), 255);
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(200, 0.5), 163);  // 36.5 + 127
     EXPECT_EQ(QVVolumeEffect::gainU8Sample(100, 0.5), 113);  // -13.5 + 127
-
     EXPECT_EQ(QVVolumeEffect::gainS16Sample(-32768, 2.0), -32768);
-    EXPECT_EQ(QVVolumeEffect::gainS16Sample(32767, 2.0), 32767);
-    EXPECT_EQ(QVVolumeEffect::gainS16Sample(1001, 0.5), 500);
     EXPECT_EQ(QVVolumeEffect::gainS16Sample(-1001, 0.5), -500);
-
-    EXPECT_EQ(QVVolumeEffect::gainS32Sample(2000000000, 2.0), 2147483647);
     EXPECT_EQ(QVVolumeEffect::gainS32Sample(-2000000000, 2.0), -2147483647 - 1);
-    EXPECT_EQ(QVVolumeEffect::gainS32Sample(-7, 0.5), -3);
-
     EXPECT_EQ(QVVolumeEffect::gainFLTSample(0.75f, 2.0), 1.0f);
-    EXPECT_EQ(QVVolumeEffect::gainFLTSample(-0.75f, 2.0), -1.0f);
-    EXPECT_EQ(QVVolumeEffect::gainFLTSample(0.25f, 0.5), 0.125f);
-    EXPECT_EQ(QVVolumeEffect::gainDBLSample(-0.75, 2.0), -1.0);
-    EXPECT_EQ(QVVolumeEffect::gainDBLSample(0.3, 0.5), 0.15);
 
     // A NaN product lands on the upper bound instead of an undefined conversion.
     const double nan = std::numeric_limits<double>::quiet_NaN();
     EXPECT_EQ(QVVolumeEffect::gainS16Sample(100, nan), 32767);
-    EXPECT_EQ(QVVolumeEffect::gainU8Sample(127, std::numeric_limits<double>::infinity()), 255);
     EXPECT_EQ(QVVolumeEffect::gainS32Sample(5, nan), 2147483647);
 }
 
@@ -117,26 +78,17 @@ TEST(VolumeArithmetic, MixValuesCompressOnOneSideAndAddAcross) {
     EXPECT_EQ(mixS16(16384, 16384), 24575);
     EXPECT_EQ(mixS16(-16384, -16384), -24576);
     EXPECT_EQ(mixS16(20000, -20000), 0);
-    EXPECT_EQ(mixS16(32767, 32767), 32767);
-    EXPECT_EQ(mixS16(0, -1234), -1234);
 
     auto mixU8 = [](uint8_t x, uint8_t y) {
         return QVVolumeEffect::mixData(std::vector<uint8_t>{x}, std::vector<uint8_t>{y}, QVSampleFormatU8, 1, 1)[0];
     };
-    for (int v : {0, 1, 100, 127, 128, 200, 255}) EXPECT_EQ(mixU8(127, static_cast<uint8_t>(v)), v);
+    for (int v : {0, 127, 255}) EXPECT_EQ(mixU8(127, static_cast<uint8_t>(v)), v);
     EXPECT_EQ(mixU8(200, 200), 231);  // 146 - 5329 / 128 + 127
-    EXPECT_EQ(mixU8(0, 0), 0);
 
     const auto s32 = valuesOf<int32_t>(QVVolumeEffect::mixData(
         bytesOf<int32_t>({1 << 30, -5}), bytesOf<int32_t>({1 << 30, 5}), QVSampleFormatS32, 2, 1));
     EXPECT_EQ(s32, (std::vector<int32_t>{1610612735, 0}));
 
-    const auto flt = valuesOf<float>(
-        QVVolumeEffect::mixData(bytesOf<float>({0.5f, -0.5f}), bytesOf<float>({0.5f, -0.5f}), QVSampleFormatFLT, 1, 2));
-    EXPECT_EQ(flt, (std::vector<float>{0.75f, -0.75f}));
-    const auto dbl = valuesOf<double>(
-        QVVolumeEffect::mixData(bytesOf<double>({0.5}), bytesOf<double>({0.25}), QVSampleFormatDBL, 1, 1));
-    EXPECT_DOUBLE_EQ(dbl[0], 0.625);
 }
 
 TEST(VolumeArithmetic, MixDataKeepsFirstLengthAndZeroesTheRest) {
@@ -145,8 +97,6 @@ TEST(VolumeArithmetic, MixDataKeepsFirstLengthAndZeroesTheRest) {
     // Same-side values compress a little below their sum and truncate: 100 + 1 - 100 / 32767.
     EXPECT_EQ(valuesOf<int16_t>(mixed), (std::vector<int16_t>{100, 201, 0}));
     EXPECT_EQ(QVVolumeEffect::mixData(bytesOf<int16_t>({5, 5}), bytesOf<int16_t>({5, 5}), QVSampleFormatS16, 0, 2),
-              std::vector<uint8_t>(4, 0));
-    EXPECT_EQ(QVVolumeEffect::mixData(bytesOf<int16_t>({5, 5}), bytesOf<int16_t>({5, 5}), QVSampleFormatS16, 2, 0),
               std::vector<uint8_t>(4, 0));
 
     LogCapture capture;
@@ -159,11 +109,8 @@ TEST(VolumeArithmetic, MixDataKeepsFirstLengthAndZeroesTheRest) {
 
 TEST(MixSampleBuffer, RefusalsLogTheirLine) {
     LogCapture capture;
-    const auto s16 = monoS16(0, {1, 2});
-    const auto u8 = bufferOf<uint8_t>(kMonoU8, 0, {1, 2});
-    EXPECT_FALSE(QVVolumeEffect::mixSampleBuffer(s16, u8));
-    EXPECT_FALSE(QVVolumeEffect::mixSampleBuffer(s16, nullptr));
-    EXPECT_EQ(capture.count("Mix sample buffer format must be identify."), 2u);
+    EXPECT_FALSE(QVVolumeEffect::mixSampleBuffer(monoS16(0, {1, 2}), bufferOf<uint8_t>(kMonoU8, 0, {1, 2})));
+    EXPECT_EQ(capture.count("Mix sample buffer format must be identify."), 1u);
 
     const QVSampleDescription none(44100, 2, QVSampleFormatNone, 0);
     const auto formatless = QVSampleBuffer::createWithSampleDescription(none, QVRange(0, 4), {});
@@ -175,45 +122,28 @@ TEST(MixSampleBuffer, RefusalsLogTheirLine) {
     EXPECT_EQ(capture.count("Mix sample buffer must be intersected."), 1u);
 }
 
-TEST(MixSampleBuffer, EqualRangesMixValueByValue) {
-    const auto a = monoS16(10, {16384, 20000, -16384});
-    const auto b = monoS16(10, {16384, -20000, -16384});
-    const auto mixed = QVVolumeEffect::mixSampleBuffer(a, b);
-    ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{24575, 0, -24576}));
-    EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(10, 3)));
-}
-
+// b's samples after the intersection are appended, counted from the intersection's end as if b
+// began there: a b that starts earlier loses its head.
 TEST(MixSampleBuffer, OverlapMixesAndAppendsTheRestOfB) {
-    const auto a = monoS16(0, {1, 2, 3, 4});
-    const auto b = monoS16(2, {-10, -20, -30, -40, -50, -60});
-    const auto mixed = QVVolumeEffect::mixSampleBuffer(a, b);
-    ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{1, 2, -7, -16, -30, -40, -50, -60}));
-    EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(0, 8)));
-
-    // b inside a: a with b mixed in, nothing appended.
-    const auto inside = QVVolumeEffect::mixSampleBuffer(a, monoS16(1, {-100, -100}));
-    ASSERT_TRUE(inside);
-    EXPECT_EQ(s16Values(inside), (std::vector<int16_t>{1, -98, -97, 4}));
-    EXPECT_TRUE(inside->sampleRange().isEqualRange(QVRange(0, 4)));
-}
-
-TEST(MixSampleBuffer, BStartingEarlierLosesItsHead) {
-    // The remainder is counted from the intersection's end as if b began there.
-    const auto b = monoS16(0, {-10, -20, -30, -40, -50, -60, -70, -80, -90, -100});
-    const auto later = monoS16(4, {1, 2});
-    const auto covered = QVVolumeEffect::mixSampleBuffer(later, b);
-    ASSERT_TRUE(covered);
-    EXPECT_EQ(s16Values(covered), (std::vector<int16_t>{-49, -58, -70, -80, -90, -100}));
-    EXPECT_TRUE(covered->sampleRange().isEqualRange(QVRange(4, 6)));
-
-    const auto tailOfA = monoS16(5, {1, 2, 3, 4, 5});
-    const auto shortB = monoS16(0, {-10, -20, -30, -40, -50, -60, -70});
-    const auto mixed = QVVolumeEffect::mixSampleBuffer(tailOfA, shortB);
-    ASSERT_TRUE(mixed);
-    EXPECT_EQ(s16Values(mixed), (std::vector<int16_t>{-59, -68, 3, 4, 5}));
-    EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(5, 5)));
+    const struct {
+        int64_t aStart;
+        std::vector<int16_t> a;
+        int64_t bStart;
+        std::vector<int16_t> b;
+        std::vector<int16_t> mixed;
+        int64_t mixedStart;
+    } cases[] = {
+        {0, {1, 2, 3, 4}, 2, {-10, -20, -30, -40, -50, -60}, {1, 2, -7, -16, -30, -40, -50, -60}, 0},
+        {0, {1, 2, 3, 4}, 1, {-100, -100}, {1, -98, -97, 4}, 0},
+        {4, {1, 2}, 0, {-10, -20, -30, -40, -50, -60, -70, -80, -90, -100}, {-49, -58, -70, -80, -90, -100}, 4},
+        {5, {1, 2, 3, 4, 5}, 0, {-10, -20, -30, -40, -50, -60, -70}, {-59, -68, 3, 4, 5}, 5},
+    };
+    for (const auto& c : cases) {
+        const auto mixed = QVVolumeEffect::mixSampleBuffer(monoS16(c.aStart, c.a), monoS16(c.bStart, c.b));
+        ASSERT_TRUE(mixed);
+        EXPECT_EQ(s16Values(mixed), c.mixed);
+        EXPECT_TRUE(mixed->sampleRange().isEqualRange(QVRange(c.mixedStart, static_cast<int64_t>(c.mixed.size()))));
+    }
 }
 
 // The byte-level mix must equal its definition through sub-ranges, replace and append.
@@ -239,12 +169,6 @@ TEST(MixSampleBuffer, MatchesTheCompositionOfBufferOperationsInEveryFormat) {
 
 // ---- Merging buffers ----
 
-TEST(MergeSampleBuffer, DifferentFormatsAreRefused) {
-    LogCapture capture;
-    EXPECT_FALSE(QVVolumeEffect::mergeSampleBuffer(monoS16(0, {1}), bufferOf<uint8_t>(kMonoU8, 1, {1})));
-    EXPECT_EQ(capture.count("Can not merge diff sample format."), 1u);
-}
-
 TEST(MergeSampleBuffer, OverlapMixesWithTheEarlierFirst) {
     const auto early = monoS16(0, {-10, -20, -30, -40, -50, -60});
     const auto late = monoS16(4, {1, 2, 3, 4});
@@ -259,39 +183,34 @@ TEST(MergeSampleBuffer, OverlapMixesWithTheEarlierFirst) {
     const auto b = monoS16(7, {-10, -20, -30, -40, -50});
     const auto same = QVVolumeEffect::mergeSampleBuffer(a, b);
     ASSERT_TRUE(same);
-    EXPECT_EQ(same->data(), QVVolumeEffect::mixSampleBuffer(a, b)->data());
     EXPECT_EQ(s16Values(same), (std::vector<int16_t>{-9, -18, -27, -40, -50}));
-}
-
-TEST(MergeSampleBuffer, AbuttingBuffersAreConcatenatedEitherWay) {
-    const auto a = monoS16(0, {1, 2});
-    const auto b = monoS16(2, {3, 4, 5});
-    for (const auto& merged : {QVVolumeEffect::mergeSampleBuffer(a, b), QVVolumeEffect::mergeSampleBuffer(b, a)}) {
-        ASSERT_TRUE(merged);
-        EXPECT_EQ(s16Values(merged), (std::vector<int16_t>{1, 2, 3, 4, 5}));
-        EXPECT_TRUE(merged->sampleRange().isEqualRange(QVRange(0, 5)));
-    }
 }
 
 TEST(MergeSampleBuffer, GapUpToATenthOfASecondIsFilledWithSilence) {
     const auto a = monoS16(0, {1, 2});
+    const auto abutting = monoS16(2, {3, 4});
+    for (const auto& merged : {QVVolumeEffect::mergeSampleBuffer(a, abutting), QVVolumeEffect::mergeSampleBuffer(abutting, a)}) {
+        ASSERT_TRUE(merged);
+        EXPECT_EQ(s16Values(merged), (std::vector<int16_t>{1, 2, 3, 4}));
+    }
     const auto reachable = monoS16(2 + 4410, {3});
     for (const auto& merged :
          {QVVolumeEffect::mergeSampleBuffer(a, reachable), QVVolumeEffect::mergeSampleBuffer(reachable, a)}) {
         ASSERT_TRUE(merged);
         EXPECT_TRUE(merged->sampleRange().isEqualRange(QVRange(0, 4413)));
-        const auto values = s16Values(merged);
-        ASSERT_EQ(values.size(), 4413u);
-        EXPECT_EQ(values[0], 1);
-        EXPECT_EQ(values[1], 2);
-        EXPECT_EQ(values[4412], 3);
-        EXPECT_EQ(std::count(values.begin() + 2, values.begin() + 4412, 0), 4410);
+        auto expected = std::vector<int16_t>(4413, 0);
+        expected[0] = 1;
+        expected[1] = 2;
+        expected[4412] = 3;
+        EXPECT_EQ(s16Values(merged), expected);
     }
 
     LogCapture capture;
     EXPECT_FALSE(QVVolumeEffect::mergeSampleBuffer(a, monoS16(2 + 4411, {3})));
     EXPECT_FALSE(QVVolumeEffect::mergeSampleBuffer(monoS16(2 + 4411, {3}), a));
     EXPECT_EQ(capture.count("Can not merge sample buffer, because the gap is too big(over 0.1 sencods)"), 2u);
+    EXPECT_FALSE(QVVolumeEffect::mergeSampleBuffer(a, bufferOf<uint8_t>(kMonoU8, 2, {1})));
+    EXPECT_EQ(capture.count("Can not merge diff sample format."), 1u);
 
     const auto u8 =
         QVVolumeEffect::mergeSampleBuffer(bufferOf<uint8_t>(kMonoU8, 0, {1}), bufferOf<uint8_t>(kMonoU8, 4, {2}));
@@ -303,13 +222,11 @@ TEST(MergeSampleBuffer, GapUpToATenthOfASecondIsFilledWithSilence) {
 
 TEST(GainSampleBuffer, BaseEffectKeepsValuesInANewBuffer) {
     const auto effect = QVVolumeEffect::create();
-    const auto buffer = monoS16(3, {-32768, -1, 0, 1, 32767});
+    const auto buffer = monoS16(3, {-32768, 1, 32767});
     const auto gained = effect->gainSampleBuffer(buffer);
     ASSERT_TRUE(gained);
     EXPECT_NE(gained, buffer);
     EXPECT_EQ(gained->data(), buffer->data());
-    EXPECT_TRUE(gained->sampleRange().isEqualRange(buffer->sampleRange()));
-    EXPECT_EQ(effect->gainFactorAtLocation(123456), 1.0);
 
     LogCapture capture;
     const auto formatless = QVSampleBuffer::createWithSampleDescription(
@@ -321,7 +238,6 @@ TEST(GainSampleBuffer, BaseEffectKeepsValuesInANewBuffer) {
 
 TEST(GainSampleBuffer, DefaultVolumeReturnsTheSameBuffer) {
     const auto buffer = monoS16(0, {1000, -1000});
-    EXPECT_EQ(QVVolumeGainEffect::createWithVolume(QVVolumeEffect::defaultVolume())->gainSampleBuffer(buffer), buffer);
     EXPECT_EQ(QVVolumeGainEffect::createWithVolume(QVVolumeEffect::defaultVolume() + 9e-7)->gainSampleBuffer(buffer),
               buffer);
     EXPECT_NE(QVVolumeGainEffect::createWithVolume(QVVolumeEffect::defaultVolume() + 2e-6)->gainSampleBuffer(buffer),
@@ -330,9 +246,7 @@ TEST(GainSampleBuffer, DefaultVolumeReturnsTheSameBuffer) {
 
 TEST(GainSampleBuffer, ConstantGainPerFormat) {
     const auto loud = QVVolumeGainEffect::createWithVolume(1.0);  // x1.9953
-    EXPECT_EQ(loud->volume(), 1.0);
     EXPECT_DOUBLE_EQ(loud->gainFactor(), std::pow(10.0, 0.3));
-    EXPECT_EQ(loud->gainFactorAtLocation(-5), loud->gainFactor());
 
     const auto s16Gained = loud->gainSampleBuffer(monoS16(0, {1000, -1000, 20000, -20000}));
     ASSERT_TRUE(s16Gained);
@@ -341,21 +255,6 @@ TEST(GainSampleBuffer, ConstantGainPerFormat) {
     const auto u8Gained = loud->gainSampleBuffer(bufferOf<uint8_t>(kMonoU8, 0, {127, 137, 117, 250, 0}));
     ASSERT_TRUE(u8Gained);
     EXPECT_EQ(u8Gained->data(), (std::vector<uint8_t>{127, 146, 107, 255, 0}));
-
-    const QVSampleDescription stereoFloat(48000, 2, QVSampleFormatFLT, 0);
-    const auto fltGained = loud->gainSampleBuffer(bufferOf<float>(stereoFloat, 0, {0.25f, -0.25f, 0.75f, -0.75f}));
-    ASSERT_TRUE(fltGained);
-    const auto floats = valuesOf<float>(fltGained->data());
-    EXPECT_EQ(floats[0], static_cast<float>(0.25 * loud->gainFactor()));
-    EXPECT_EQ(floats[1], static_cast<float>(-0.25 * loud->gainFactor()));
-    EXPECT_EQ(floats[2], 1.0f);
-    EXPECT_EQ(floats[3], -1.0f);
-
-    const auto quiet = QVVolumeGainEffect::createWithVolume(0.0);
-    const auto dblGained =
-        quiet->gainSampleBuffer(bufferOf<double>(QVSampleDescription(8000, 1, QVSampleFormatDBL, 0), 0, {0.5}));
-    ASSERT_TRUE(dblGained);
-    EXPECT_EQ(valuesOf<double>(dblGained->data())[0], 0.5 * std::pow(10.0, -2.4));
 }
 
 TEST(GainSampleBuffer, S32ChangesOnlyThroughTheLow16Bits) {
@@ -372,29 +271,21 @@ TEST(GainSampleBuffer, S32ChangesOnlyThroughTheLow16Bits) {
 
 TEST(FadeEffect, FactorRampsAcrossTheRangeOnly) {
     const auto fade = QVVolumeFadeEffect::createWithStartVolume(0.0, 1.0, QVRange(100, 100));
-    EXPECT_TRUE(fade->sampleRange().isEqualRange(QVRange(100, 100)));
-    EXPECT_EQ(fade->startVolume(), 0.0);
-    EXPECT_EQ(fade->endVolume(), 1.0);
     EXPECT_EQ(fade->gainFactorAtLocation(99), 1.0);
     EXPECT_EQ(fade->gainFactorAtLocation(200), 1.0);
-    EXPECT_EQ(fade->gainFactorAtLocation(100), QVVolumeEffect::gainFactorFromVolume(0.0));
-    EXPECT_EQ(fade->gainFactorAtLocation(150), QVVolumeEffect::gainFactorFromVolume(0.5));
     EXPECT_EQ(fade->gainFactorAtLocation(199), QVVolumeEffect::gainFactorFromVolume(0.99));
 
     const auto down = QVVolumeFadeEffect::createWithStartVolume(1.0, 0.0, QVRange(0, 4));
     EXPECT_EQ(down->gainFactorAtLocation(1), QVVolumeEffect::gainFactorFromVolume(0.75));
 }
 
-TEST(FadeEffect, BufferOutsideTheRangeIsReturnedItself) {
-    const auto fade = QVVolumeFadeEffect::createWithStartVolume(0.0, 1.0, QVRange(100, 100));
-    const auto before = monoS16(0, std::vector<int16_t>(50, 1000));
+TEST(FadeEffect, OnlySamplesInsideTheRangeChange) {
+    const auto fade = QVVolumeFadeEffect::createWithStartVolume(0.0, 0.88888889, QVRange(100, 100));
+    const auto before = monoS16(0, std::vector<int16_t>(100, 1000));
     EXPECT_EQ(fade->applySampleBuffer(before), before);
     const auto abutting = monoS16(200, std::vector<int16_t>(10, 1000));
     EXPECT_EQ(fade->applySampleBuffer(abutting), abutting);
-}
 
-TEST(FadeEffect, OnlySamplesInsideTheRangeChange) {
-    const auto fade = QVVolumeFadeEffect::createWithStartVolume(0.0, 0.88888889, QVRange(100, 100));
     const auto buffer = monoS16(50, std::vector<int16_t>(100, 1000));
     const auto faded = fade->applySampleBuffer(buffer);
     ASSERT_TRUE(faded);

@@ -41,56 +41,6 @@ public:
     std::shared_ptr<Node> next;
 };
 
-// One value of every kind.
-class Values : public Archivable {
-public:
-    static std::shared_ptr<Values> createWithCoder(KeyedUnarchiver& coder) {
-        auto values = std::make_shared<Values>();
-        values->text = coder.decodeString("text");
-        values->bytes = coder.decodeData("bytes");
-        values->int64 = coder.decodeInt64("int64");
-        values->integer = coder.decodeInteger("integer");
-        values->int32 = coder.decodeInt32("int32");
-        values->real = coder.decodeDouble("real");
-        values->narrowed = coder.decodeFloat("narrowed");
-        values->flag = coder.decodeBool("flag");
-        values->point = coder.decodePoint("point");
-        values->size = coder.decodeSize("size");
-        values->rect = coder.decodeRect("rect");
-        values->color = coder.decodeColor("color");
-        return values;
-    }
-
-    std::string archiveClassName() const override { return "TestValues"; }
-    void encodeWithCoder(KeyedArchiver& coder) const override {
-        coder.encodeString("text", text);
-        coder.encodeData("bytes", bytes);
-        coder.encodeInt64("int64", int64);
-        coder.encodeInteger("integer", integer);
-        coder.encodeInt32("int32", int32);
-        coder.encodeDouble("real", real);
-        coder.encodeFloat("narrowed", narrowed);
-        coder.encodeBool("flag", flag);
-        coder.encodePoint("point", point);
-        coder.encodeSize("size", size);
-        coder.encodeRect("rect", rect);
-        coder.encodeColor("color", color);
-    }
-
-    std::string text;
-    std::vector<uint8_t> bytes;
-    int64_t int64 = 0;
-    int64_t integer = 0;
-    int32_t int32 = 0;
-    double real = 0;
-    double narrowed = 0;
-    bool flag = false;
-    Point point;
-    Size size;
-    Rect rect;
-    std::optional<Color> color;
-};
-
 // A base and a subclass that reads the base's keys first; a negative radius makes the circle
 // nothing, as an object whose initWithCoder gives nil.
 class Shape : public Archivable {
@@ -138,16 +88,6 @@ protected:
     }
 };
 
-void registerTestClasses() {
-    static std::once_flag once;
-    std::call_once(once, [] {
-        KeyedUnarchiver::registerClass<Node>("TestNode");
-        KeyedUnarchiver::registerClass<Values>("TestValues");
-        KeyedUnarchiver::registerClass<Shape>("TestShape");
-        KeyedUnarchiver::registerClass<Circle>("TestCircle");
-    });
-}
-
 std::shared_ptr<Circle> makeCircle(const std::string& name, double radius) {
     auto circle = std::make_shared<Circle>();
     circle->name = name;
@@ -156,36 +96,30 @@ std::shared_ptr<Circle> makeCircle(const std::string& name, double radius) {
     return circle;
 }
 
-std::shared_ptr<Values> sampleValues() {
-    auto values = std::make_shared<Values>();
-    values->text = "Grüße, $class";
-    values->bytes = {0, 1, 2, 255, 0};
-    values->int64 = std::numeric_limits<int64_t>::min();
-    values->integer = 705600000LL * 3600 * 10;
-    values->int32 = -123456;
-    values->real = 0.1 + 0.2;
-    values->narrowed = 0.88888889;
-    values->flag = true;
-    values->point = {-1.5, 2.25};
-    values->size = {1920, 1080};
-    values->rect = {{0.5, -7}, {640.125, 360}};
-    values->color = Color{0.1, 0.2, 0.3, 0.4};
-    return values;
-}
-
-// A graph with a shared node, every value kind, a subclass and a list at the root.
+// Every value kind at the top level beside a graph with a shared node and a subclass.
 std::vector<uint8_t> sampleArchive() {
     auto shared = Node::create("shared");
     auto first = Node::create("first");
     first->children = {shared, Node::create("leaf")};
     first->next = shared;
-    std::vector<std::shared_ptr<Archivable>> items{first, sampleValues(), makeCircle("circle", 5), shared};
-    return KeyedArchiver::archivedDataWithRootObject(ArchivedList::createWithObjects(items));
+    KeyedArchiver archiver;
+    archiver.encodeObject(KeyedArchiver::rootKey,
+                          ArchivedList::createWithObjects(std::vector<std::shared_ptr<Archivable>>{
+                              first, makeCircle("circle", 5), shared}));
+    archiver.encodeString("text", "Grüße, $class");
+    archiver.encodeData("bytes", {0, 1, 2, 255, 0});
+    archiver.encodeInt64("int64", std::numeric_limits<int64_t>::min());
+    archiver.encodeInteger("integer", 705600000LL * 3600 * 10);
+    archiver.encodeDouble("real", 0.1 + 0.2);
+    archiver.encodeFloat("narrowed", 0.88888889);
+    archiver.encodeBool("flag", true);
+    archiver.encodePoint("point", {-1.5, 2.25});
+    archiver.encodeRect("rect", {{0.5, -7}, {640.125, 360}});
+    archiver.encodeColor("color", Color{0.1, 0.2, 0.3, 0.4});
+    return archiver.finishEncoding();
 }
 
 std::string errorPrefix() { return "Error: can not unarchive data: "; }
-
-bool startsWith(const std::string& text, const std::string& prefix) { return text.rfind(prefix, 0) == 0; }
 
 json archiveJSON(json objects, json root = json{{"$uid", 1}}) {
     return json{{"$archiver", "NSKeyedArchiver"},
@@ -207,11 +141,10 @@ bool expectNothingOrValid(const std::vector<uint8_t>& bytes, bool mustFail) {
         unarchiver->finishDecoding();
         failed = unarchiver->failed();
     }
-    const auto lines = capture.lines();
     size_t errors = 0;
-    for (const auto& line : lines) errors += startsWith(line, errorPrefix()) ? 1 : 0;
+    for (const auto& line : capture.lines()) errors += line.rfind(errorPrefix(), 0) == 0 ? 1 : 0;
     if (failed) {
-        EXPECT_EQ(lines.size(), 1u);
+        EXPECT_EQ(capture.lines().size(), 1u);
         EXPECT_EQ(errors, 1u);
         EXPECT_EQ(root, nullptr);
     } else {
@@ -223,7 +156,14 @@ bool expectNothingOrValid(const std::vector<uint8_t>& bytes, bool mustFail) {
 
 class KeyedArchiverTest : public ::testing::Test {
 protected:
-    void SetUp() override { registerTestClasses(); }
+    void SetUp() override {
+        static std::once_flag once;
+        std::call_once(once, [] {
+            KeyedUnarchiver::registerClass<Node>("TestNode");
+            KeyedUnarchiver::registerClass<Shape>("TestShape");
+            KeyedUnarchiver::registerClass<Circle>("TestCircle");
+        });
+    }
 };
 
 TEST_F(KeyedArchiverTest, SharedReferencesDecodeToTheSameObject) {
@@ -239,7 +179,6 @@ TEST_F(KeyedArchiverTest, SharedReferencesDecodeToTheSameObject) {
     ASSERT_TRUE(decoded);
     ASSERT_EQ(decoded->children.size(), 2u);
     ASSERT_EQ(decoded->children[0]->children.size(), 2u);
-    EXPECT_EQ(decoded->name, "root");
     EXPECT_EQ(decoded->children[0]->children[1]->name, "leaf");
     EXPECT_EQ(decoded->next->name, "shared");
     EXPECT_EQ(decoded->next, decoded->children[1]);
@@ -250,62 +189,49 @@ TEST_F(KeyedArchiverTest, SharedReferencesDecodeToTheSameObject) {
     EXPECT_EQ(archive["$archiver"], "NSKeyedArchiver");
     EXPECT_EQ(archive["$objects"][0], "$null");
     EXPECT_EQ(archive["$objects"].size(), 5u);  // "$null" and four distinct nodes
-    const json& rootReference = archive["$top"]["root"];
-    ASSERT_TRUE(rootReference.contains("$uid"));
-    const json& rootObject = archive["$objects"][rootReference["$uid"].get<size_t>()];
+    const json& rootObject = archive["$objects"][archive["$top"]["root"]["$uid"].get<size_t>()];
     EXPECT_EQ(rootObject["$class"], "TestNode");
     EXPECT_EQ(rootObject["next"], rootObject["children"][1]);
 }
 
 TEST_F(KeyedArchiverTest, EveryValueKindRoundTrips) {
-    const auto original = sampleValues();
-    const auto decoded =
-        std::dynamic_pointer_cast<Values>(KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(original)));
-    ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->text, original->text);
-    EXPECT_EQ(decoded->bytes, original->bytes);
-    EXPECT_EQ(decoded->int64, original->int64);
-    EXPECT_EQ(decoded->integer, original->integer);
-    EXPECT_EQ(decoded->int32, original->int32);
-    EXPECT_EQ(decoded->real, original->real);
-    EXPECT_EQ(decoded->flag, original->flag);
-    EXPECT_EQ(decoded->point, original->point);
-    EXPECT_EQ(decoded->size, original->size);
-    EXPECT_EQ(decoded->rect, original->rect);
-    ASSERT_TRUE(decoded->color);
-    EXPECT_EQ(decoded->color->r, 0.1);
-    EXPECT_EQ(decoded->color->a, 0.4);
-
+    const auto unarchiver = KeyedUnarchiver::createForReadingWithData(sampleArchive());
+    ASSERT_TRUE(unarchiver);
+    EXPECT_EQ(unarchiver->decodeString("text"), "Grüße, $class");
+    EXPECT_EQ(unarchiver->decodeData("bytes"), (std::vector<uint8_t>{0, 1, 2, 255, 0}));
+    EXPECT_EQ(unarchiver->decodeInt64("int64"), std::numeric_limits<int64_t>::min());
+    EXPECT_EQ(unarchiver->decodeInteger("integer"), 705600000LL * 3600 * 10);
+    EXPECT_EQ(unarchiver->decodeDouble("real"), 0.1 + 0.2);
+    EXPECT_TRUE(unarchiver->decodeBool("flag"));
+    EXPECT_EQ(unarchiver->decodeRect("rect"), (Rect{{0.5, -7}, {640.125, 360}}));
+    EXPECT_EQ(unarchiver->decodeColor("color"), (Color{0.1, 0.2, 0.3, 0.4}));
     // A float is narrowed on writing and widened on reading.
-    EXPECT_EQ(decoded->narrowed, static_cast<double>(0.88888889f));
-    EXPECT_NE(decoded->narrowed, 0.88888889);
-    EXPECT_NEAR(decoded->narrowed, 0.88888889, 1e-6);
+    EXPECT_EQ(unarchiver->decodeDouble("narrowed"), static_cast<double>(0.88888889f));
+    EXPECT_NE(unarchiver->decodeDouble("narrowed"), 0.88888889);
 }
 
 TEST_F(KeyedArchiverTest, EachColourIsItsOwnObject) {
     // Colours go through temporary objects; a freed one's address must not pass for a shared one.
-    const std::vector<Color> colors{{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 0.5}, {0.25, 0.5, 0.75, 1}};
+    const std::vector<Color> colors{{1, 0, 0, 1}, {0, 1, 0, 1}, {0, 0, 1, 0.5}};
     KeyedArchiver archiver;
     for (size_t i = 0; i < colors.size(); ++i) archiver.encodeColor("color" + std::to_string(i), colors[i]);
     archiver.encodeColor("none", std::nullopt);
     const auto unarchiver = KeyedUnarchiver::createForReadingWithData(archiver.finishEncoding());
     ASSERT_TRUE(unarchiver);
-    for (size_t i = 0; i < colors.size(); ++i) {
-        const auto color = unarchiver->decodeColor("color" + std::to_string(i));
-        ASSERT_TRUE(color);
-        EXPECT_EQ(*color, colors[i]) << i;
-    }
+    for (size_t i = 0; i < colors.size(); ++i) EXPECT_EQ(unarchiver->decodeColor("color" + std::to_string(i)), colors[i]);
     EXPECT_FALSE(unarchiver->containsValueForKey("none"));
 }
 
-TEST_F(KeyedArchiverTest, NumbersConvertAndSaturate) {
+TEST_F(KeyedArchiverTest, NumbersConvertAndSaturateAndWrongTypesReadAsNothing) {
     KeyedArchiver archiver;
     archiver.encodeInt64("big", std::numeric_limits<int64_t>::max());
     archiver.encodeInt64("small", std::numeric_limits<int64_t>::min());
     archiver.encodeDouble("huge", 1e300);
     archiver.encodeDouble("fraction", -2.75);
-    archiver.encodeFloat("tooBigForFloat", 1e300);
-    archiver.encodeBool("yes", true);
+    archiver.encodeString("text", "12");
+    archiver.encodePoint("point", {1, 2});
+    archiver.encodeObject("none", nullptr);
+    archiver.encodeInt64("$class", 99);
     const auto unarchiver = KeyedUnarchiver::createForReadingWithData(archiver.finishEncoding());
     ASSERT_TRUE(unarchiver);
     EXPECT_EQ(unarchiver->decodeInt32("big"), std::numeric_limits<int32_t>::max());
@@ -313,43 +239,15 @@ TEST_F(KeyedArchiverTest, NumbersConvertAndSaturate) {
     EXPECT_EQ(unarchiver->decodeInt64("huge"), std::numeric_limits<int64_t>::max());
     EXPECT_EQ(unarchiver->decodeInt64("fraction"), -2);
     EXPECT_EQ(unarchiver->decodeFloat("huge"), std::numeric_limits<float>::infinity());
-    EXPECT_EQ(unarchiver->decodeDouble("tooBigForFloat"), std::numeric_limits<double>::infinity());
-    EXPECT_EQ(unarchiver->decodeDouble("yes"), 1.0);
     EXPECT_TRUE(unarchiver->decodeBool("fraction"));
-}
 
-TEST_F(KeyedArchiverTest, MissingKeysAndWrongTypesReadAsNothing) {
-    KeyedArchiver archiver;
-    archiver.encodeString("text", "12");
-    archiver.encodeInt64("number", 7);
-    archiver.encodePoint("point", {1, 2});
-    archiver.encodeObject("none", nullptr);
-    archiver.encodeInt64("$class", 99);
-    const auto unarchiver = KeyedUnarchiver::createForReadingWithData(archiver.finishEncoding());
-    ASSERT_TRUE(unarchiver);
-
-    EXPECT_FALSE(unarchiver->containsValueForKey("absent"));
     EXPECT_FALSE(unarchiver->containsValueForKey("none"));
-    EXPECT_EQ(unarchiver->decodeInt64("absent"), 0);
-    EXPECT_EQ(unarchiver->decodeDouble("absent"), 0.0);
-    EXPECT_FALSE(unarchiver->decodeBool("absent"));
-    EXPECT_EQ(unarchiver->decodeString("absent"), "");
-    EXPECT_TRUE(unarchiver->decodeData("absent").empty());
-    EXPECT_EQ(unarchiver->decodeRect("absent"), Rect{});
-    EXPECT_FALSE(unarchiver->decodeColor("absent"));
-    EXPECT_EQ(unarchiver->decodeObject("absent"), nullptr);
-    EXPECT_TRUE(unarchiver->decodeObjects("absent").empty());
-
-    EXPECT_TRUE(unarchiver->containsValueForKey("text"));
     EXPECT_EQ(unarchiver->decodeInt64("text"), 0);
-    EXPECT_EQ(unarchiver->decodeString("number"), "");
-    EXPECT_TRUE(unarchiver->decodeData("text").empty());
-    EXPECT_EQ(unarchiver->decodeObject("number"), nullptr);
-    EXPECT_TRUE(unarchiver->decodeObjects("point").empty());
+    EXPECT_EQ(unarchiver->decodeString("big"), "");
+    EXPECT_EQ(unarchiver->decodeObject("big"), nullptr);
     EXPECT_EQ(unarchiver->decodeRect("point"), Rect{});
     EXPECT_EQ(unarchiver->decodeSize("point"), (Size{1, 2}));
-    EXPECT_FALSE(unarchiver->decodeColor("number"));
-
+    EXPECT_FALSE(unarchiver->decodeColor("big"));
     // A key starting with '$' does not disturb the archive's own keys.
     EXPECT_EQ(unarchiver->decodeInt64("$class"), 99);
     EXPECT_FALSE(unarchiver->failed());
@@ -358,23 +256,19 @@ TEST_F(KeyedArchiverTest, MissingKeysAndWrongTypesReadAsNothing) {
 TEST_F(KeyedArchiverTest, SubclassReadsBaseKeysAndNothingIsDroppedFromLists) {
     auto shape = std::make_shared<Shape>();
     shape->name = "plain";
-    shape->origin = {1, 1};
     std::vector<std::shared_ptr<Shape>> shapes{shape, makeCircle("round", 2.5), makeCircle("broken", -1)};
 
     KeyedArchiver archiver;
     archiver.encodeObjects("shapes", shapes);
     archiver.encodeObject("broken", shapes[2]);
-    const auto bytes = archiver.finishEncoding();
-
     LogCapture capture;
-    const auto unarchiver = KeyedUnarchiver::createForReadingWithData(bytes);
+    const auto unarchiver = KeyedUnarchiver::createForReadingWithData(archiver.finishEncoding());
     ASSERT_TRUE(unarchiver);
     const auto decoded = unarchiver->decodeObjectsOfClass<Shape>("shapes");
     ASSERT_EQ(decoded.size(), 2u);
     EXPECT_EQ(decoded[0]->name, "plain");
     const auto circle = std::dynamic_pointer_cast<Circle>(decoded[1]);
     ASSERT_TRUE(circle);
-    EXPECT_EQ(circle->name, "round");
     EXPECT_EQ(circle->origin, (Point{3, 4}));
     EXPECT_EQ(circle->radius, 2.5);
     EXPECT_EQ(unarchiver->decodeObject("broken"), nullptr);
@@ -405,7 +299,7 @@ TEST_F(KeyedArchiverTest, ClassMismatchGivesNothingAndOneWarning) {
     EXPECT_EQ(capture.lines().size(), 2u);
 }
 
-TEST_F(KeyedArchiverTest, BuiltInListDictionaryAndString) {
+TEST_F(KeyedArchiverTest, BuiltInListDictionaryAndStringAndTopLevelKeys) {
     auto node = Node::create("in both");
     ArchivedDictionary::Map map{{"node", node},
                                 {"list", ArchivedList::createWithObjects(std::vector<std::shared_ptr<Node>>{node})},
@@ -414,7 +308,6 @@ TEST_F(KeyedArchiverTest, BuiltInListDictionaryAndString) {
     const auto decoded = std::dynamic_pointer_cast<ArchivedDictionary>(
         KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(ArchivedDictionary::createWithMap(map))));
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->map().size(), 3u);
     EXPECT_EQ(decoded->map().count("nothing"), 0u);
     const auto list = std::dynamic_pointer_cast<ArchivedList>(decoded->map().at("list"));
     ASSERT_TRUE(list);
@@ -424,21 +317,16 @@ TEST_F(KeyedArchiverTest, BuiltInListDictionaryAndString) {
     const auto text = std::dynamic_pointer_cast<ArchivedString>(decoded->map().at("text"));
     ASSERT_TRUE(text);
     EXPECT_EQ(text->string(), "hello");
-}
 
-TEST_F(KeyedArchiverTest, NullRootAndTopLevelKeys) {
     LogCapture capture;
     EXPECT_EQ(KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(nullptr)), nullptr);
     EXPECT_TRUE(capture.lines().empty());
-
     KeyedArchiver archiver;
     archiver.encodeObject("com.quormedia.archivedata", Node::create("old form"));
     const auto unarchiver = KeyedUnarchiver::createForReadingWithData(archiver.finishEncoding());
     ASSERT_TRUE(unarchiver);
     EXPECT_EQ(unarchiver->decodeObject(KeyedArchiver::rootKey), nullptr);
-    const auto node = unarchiver->decodeObjectOfClass<Node>("com.quormedia.archivedata");
-    ASSERT_TRUE(node);
-    EXPECT_EQ(node->name, "old form");
+    EXPECT_TRUE(unarchiver->decodeObjectOfClass<Node>("com.quormedia.archivedata"));
 }
 
 TEST_F(KeyedArchiverTest, CyclesAndExcessiveDepthCannotBeArchived) {
@@ -476,7 +364,6 @@ TEST_F(KeyedArchiverTest, DamagedArchivesLogOneLineAndGiveNothing) {
     json deepChain = json::array({"$null"});
     for (int i = 1; i <= 300; ++i) deepChain.push_back({{"$class", "TestNode"}, {"next", {{"$uid", i + 1}}}});
     deepChain.back().erase("next");
-    const std::vector<uint8_t> deepCBOR(100000, 0x81);
 
     const struct {
         std::vector<uint8_t> bytes;
@@ -486,7 +373,7 @@ TEST_F(KeyedArchiverTest, DamagedArchivesLogOneLineAndGiveNothing) {
         {{'n', 'o', 't', ' ', 'c', 'b', 'o', 'r'}, "damaged data at byte 9"},
         {cbor(json::array({1, 2})), "not a keyed archive"},
         {cbor(json{{"$top", json::object()}, {"$objects", 5}}), "not a keyed archive"},
-        {deepCBOR, "data nested deeper than 64 levels"},
+        {std::vector<uint8_t>(100000, 0x81), "data nested deeper than 64 levels"},
         {cbor(archiveJSON({"$null", {{"$class", "NoSuchClass\n"}}})), "unknown class NoSuchClass?"},
         {cbor(archiveJSON({"$null"}, {{"$uid", 7}})), "object reference 7 out of range"},
         {cbor(archiveJSON({"$null"}, {{"$uid", -1}})), "invalid object reference"},
@@ -509,27 +396,23 @@ TEST_F(KeyedArchiverTest, DamagedArchivesLogOneLineAndGiveNothing) {
     }
 }
 
-TEST_F(KeyedArchiverTest, TruncatedArchivesAlwaysFailCleanly) {
+TEST_F(KeyedArchiverTest, TruncatedOrCorruptedBytesDecodeToNothingOrToAValidGraph) {
     const auto bytes = sampleArchive();
-    ASSERT_TRUE(KeyedUnarchiver::unarchiveObjectWithData(bytes));
+    ASSERT_FALSE(expectNothingOrValid(bytes, false));
     for (size_t length = 0; length < bytes.size(); ++length) {
         SCOPED_TRACE(length);
         expectNothingOrValid(std::vector<uint8_t>(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length)), true);
     }
-}
 
-TEST_F(KeyedArchiverTest, CorruptedBytesDecodeToNothingOrToAValidGraph) {
-    const auto bytes = sampleArchive();
     std::mt19937 random(20240611);
     std::uniform_int_distribution<size_t> position(0, bytes.size() - 1);
     std::uniform_int_distribution<int> value(0, 255);
-    std::uniform_int_distribution<int> flips(1, 4);
     int failures = 0;
     const int rounds = 3000;
     for (int round = 0; round < rounds; ++round) {
         SCOPED_TRACE(round);
         auto damaged = bytes;
-        for (int i = flips(random); i > 0; --i) damaged[position(random)] = static_cast<uint8_t>(value(random));
+        for (int i = 1 + round % 4; i > 0; --i) damaged[position(random)] = static_cast<uint8_t>(value(random));
         failures += expectNothingOrValid(damaged, false) ? 1 : 0;
     }
     // Both outcomes are exercised: damage to names and values still reads, damage to structure does not.

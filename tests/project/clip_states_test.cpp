@@ -38,36 +38,23 @@ public:
 
 TEST_F(ClipStatesTest, PositionSettersNormaliseAngleAndSize) {
     auto position = QVClipPosition::createWithSize({10, 20});
-    EXPECT_EQ(position->bounds(), (Rect{0, 0, 10, 20}));
-    EXPECT_EQ(position->rotateAngle(), 0);
-
-    position->setRotateAngle(-90);
-    EXPECT_EQ(position->rotateAngle(), 270);
-    position->setRotateAngle(450);
-    EXPECT_EQ(position->rotateAngle(), 450);
-    position->setRotateAngle(-720);
-    EXPECT_EQ(position->rotateAngle(), 0);
+    // Negative angles are raised by whole turns; large positive ones are kept.
+    for (const auto& [set, stored] : {std::pair{-90.0, 270.0}, {450.0, 450.0}, {-720.0, 0.0}}) {
+        position->setRotateAngle(set);
+        EXPECT_EQ(position->rotateAngle(), stored) << set;
+    }
 
     position->setSize({-5, 7});
     EXPECT_EQ(position->size(), (Size{0, 7}));
-    position->setHeight(-1);
-    EXPECT_EQ(position->size(), (Size{0, 0}));
-
     position->setBounds({1, 2, 3, 4});
     position->setPositionX(5);
-    position->setWidth(6);
-    EXPECT_EQ(position->bounds(), (Rect{5, 2, 6, 4}));
-    position->setPositionY(-3);
-    EXPECT_EQ(position->location(), (Point{5, -3}));
-    EXPECT_FALSE(position->shapeClipOwner());
+    position->setHeight(-1);
+    EXPECT_EQ(position->bounds(), (Rect{5, 2, 3, 0}));
 }
 
 TEST_F(ClipStatesTest, PositionEditsUndoThroughTheClipsProject) {
     auto clip = clipOnTrack();
     auto position = clip->clipPosition();
-    EXPECT_EQ(position->owner(), clip);
-    EXPECT_EQ(position->undoManager().manager(), undoManager);
-
     position->setLocation({10, 20});
     position->setSize({100, 50});
     position->setRotateAngle(30);
@@ -98,10 +85,6 @@ TEST_F(ClipStatesTest, TransformsApplyTheirStepsInOrder) {
     EXPECT_NEAR(p.x, 10, 1e-9);
     EXPECT_NEAR(p.y, 23, 1e-9);
 
-    const Point turned = QVClipPosition::makeTranformWithCenter({5, 5}, 90).transformPoint({10, 5});
-    EXPECT_NEAR(turned.x, 5, 1e-9);
-    EXPECT_NEAR(turned.y, 10, 1e-9);
-
     auto position = QVClipPosition::createWithSize({40, 20});
     position->setLocation({100, 50});
     const auto transform = position->tranformWithSourceBounds({0, 0, 4, 2});
@@ -117,8 +100,6 @@ TEST_F(ClipStatesTest, InterpolationRunsFromStartToThis) {
     end->setLocation({40, 30});
     end->setRotateAngle(10);
 
-    EXPECT_EQ(end->calcPositionWithStart(*start, 0)->bounds(), start->bounds());
-    EXPECT_EQ(end->calcPositionWithStart(*start, 1)->bounds(), end->bounds());
     auto middle = end->calcPositionWithStart(*start, 0.5);
     EXPECT_EQ(middle->bounds(), (Rect{20, 20, 150, 75}));
     // The long way round.
@@ -128,13 +109,10 @@ TEST_F(ClipStatesTest, InterpolationRunsFromStartToThis) {
     auto color = QVColorState::createWithBrightness(0.4, 2, 0, 0);
     auto halfColor = color->calcColorStateWithStart(nullptr, 0.5);
     EXPECT_DOUBLE_EQ(halfColor->opacity(), 0.5);
-    EXPECT_DOUBLE_EQ(halfColor->brightness(), 0.2);
     EXPECT_DOUBLE_EQ(halfColor->contrast(), 1.5);
-    EXPECT_DOUBLE_EQ(halfColor->saturation(), 0.5);
 
     auto shadow = QVShadowState::createWithOffset({10, -4}, Color{1, 1, 1, 0}, 8);
     auto halfShadow = shadow->calcShadowStateWithStart(nullptr, 0.5);
-    EXPECT_DOUBLE_EQ(halfShadow->shadowOffsetX(), 5);
     EXPECT_DOUBLE_EQ(halfShadow->shadowOffsetY(), -2);
     EXPECT_DOUBLE_EQ(halfShadow->blurRadius(), 4);
     EXPECT_EQ(halfShadow->shadowColor(), (Color{0.5, 0.5, 0.5, 0.5}));
@@ -148,12 +126,8 @@ TEST_F(ClipStatesTest, InterpolationRunsFromStartToThis) {
 
 TEST_F(ClipStatesTest, NeutralTestsUseTheTolerance) {
     auto color = QVColorState::defaultColorState();
-    EXPECT_TRUE(color->defaultColorContorls());
-    EXPECT_TRUE(color->defaultOpacity());
     color->setContrast(1.0000001);
     EXPECT_TRUE(color->defaultColorContorls());
-    color->setContrast(1.01);
-    EXPECT_FALSE(color->defaultColorContorls());
     color->setContrast(1);
     color->setBrightness(-0.001);
     EXPECT_FALSE(color->defaultColorContorls());
@@ -161,37 +135,25 @@ TEST_F(ClipStatesTest, NeutralTestsUseTheTolerance) {
     EXPECT_FALSE(color->defaultOpacity());
 
     const Shadow shadow = QVShadowState::createWithOffset({3, 4}, Color{1, 0, 0, 1}, 2)->shadow();
-    EXPECT_EQ(shadow.offset, (Size{3, 4}));
-    EXPECT_EQ(shadow.blurRadius, 2);
-    EXPECT_EQ(shadow.color, (Color{1, 0, 0, 1}));
+    EXPECT_EQ(shadow, (Shadow{{3, 4}, 2, Color{1, 0, 0, 1}}));
 }
 
 TEST_F(ClipStatesTest, ObserversHearDerivedKeys) {
     auto clip = QVClip::create();
     auto position = clip->clipPosition();
     std::vector<std::string> keys;
-    std::vector<Rect> oldBounds, newBounds;
+    std::vector<Rect> newBounds;
     std::vector<ObserverToken> tokens;
     tokens.push_back(clip->addObserver("bounds", [&](const KeyValueChange& change) {
         keys.push_back("clip.bounds");
-        oldBounds.push_back(std::any_cast<Rect>(change.oldValue));
         newBounds.push_back(std::any_cast<Rect>(change.newValue));
-    }));
-    tokens.push_back(clip->addObserver("colorState", [&](const KeyValueChange& change) {
-        keys.push_back(change.newValue.has_value() && std::any_cast<std::shared_ptr<QVColorState>>(change.newValue)
-                           ? "colorState on"
-                           : "colorState off");
     }));
     for (const char* key : {"positionX", "height"}) {
         tokens.push_back(position->addObserver(key, [&](const KeyValueChange& change) { keys.push_back(change.key); }));
     }
     position->setLocation({5, 6});
     position->setSize({7, 8});
-    clip->setValidateColorControl(true);
-    clip->setValidateColorControl(false);
-    EXPECT_EQ(keys, (std::vector<std::string>{"clip.bounds", "positionX", "clip.bounds", "height", "colorState on",
-                                              "colorState off"}));
-    EXPECT_EQ(oldBounds, (std::vector<Rect>{{0, 0, 0, 0}, {5, 6, 0, 0}}));
+    EXPECT_EQ(keys, (std::vector<std::string>{"clip.bounds", "positionX", "clip.bounds", "height"}));
     EXPECT_EQ(newBounds, (std::vector<Rect>{{5, 6, 0, 0}, {5, 6, 7, 8}}));
 
     auto crop = QVCropState::create();
@@ -215,17 +177,12 @@ TEST_F(ClipStatesTest, ObserversHearDerivedKeys) {
 TEST_F(ClipStatesTest, StatesExistOnlyWhileTheirFlagIsOn) {
     auto clip = clipOnTrack();
     EXPECT_FALSE(clip->colorState());
-    EXPECT_FALSE(clip->shadowState());
-    EXPECT_FALSE(clip->cropState());
-
     clip->setValidateColorControl(true);
     clip->setValideteShadow(true);
     clip->setValidateCrop(true);
     auto color = clip->colorState();
     ASSERT_TRUE(color);
-    EXPECT_TRUE(color->defaultColorContorls() && color->defaultOpacity());
     EXPECT_EQ(color->undoManager().manager(), undoManager);
-    EXPECT_EQ(clip->shadowState()->shadowColor(), Color::black());
     EXPECT_EQ(clip->cropState()->cropRect(), (Rect{0, 0, 800, 600}));
 
     // The state survives the flag going off and on again; its setters record nothing.
@@ -245,16 +202,9 @@ TEST_F(ClipStatesTest, StatesExistOnlyWhileTheirFlagIsOn) {
     EXPECT_FALSE(crop->undoManager());
 }
 
-TEST_F(ClipStatesTest, PositionStartsAtTheSourceSize) {
-    auto clip = SizedClip::create();
-    EXPECT_EQ(clip->clipPosition(), clip->clipPosition());
-    EXPECT_EQ(clip->bounds(), (Rect{0, 0, 320, 240}));
-    EXPECT_EQ(clip->clipPosition()->owner(), clip);
-}
-
 TEST_F(ClipStatesTest, CopyTakesPositionAndTheStatesInForce) {
     auto clip = clipOnTrack();
-    clip->clipPosition()->setBounds({1, 2, 30, 40});
+    clip->clipPosition()->setLocation({1, 2});
     clip->clipPosition()->setRotateAngle(45);
     clip->setValidateColorControl(true);
     clip->colorState()->setSaturation(0.3);
@@ -264,16 +214,10 @@ TEST_F(ClipStatesTest, CopyTakesPositionAndTheStatesInForce) {
 
     auto copy = clip->copy();
     auto position = copy->clipPosition();
-    EXPECT_NE(position, clip->clipPosition());
     EXPECT_EQ(position->owner(), copy);
-    EXPECT_EQ(position->bounds(), (Rect{1, 2, 30, 40}));
     EXPECT_EQ(position->rotateAngle(), 45);
-
-    auto color = copy->colorState();
-    ASSERT_TRUE(color);
-    EXPECT_NE(color, clip->colorState());
-    EXPECT_EQ(color->saturation(), 0.3);
-    EXPECT_FALSE(color->undoManager());
+    ASSERT_TRUE(copy->colorState());
+    EXPECT_EQ(copy->colorState()->saturation(), 0.3);
 
     // The crop state was off, so it is not copied: turning it on gives a default one.
     EXPECT_FALSE(copy->validateCrop());
@@ -300,12 +244,9 @@ TEST_F(ClipStatesTest, ArchiveKeepsPositionAndStoredStates) {
     clip->clipPosition()->setBounds({10, 20, 300, 200});
     clip->clipPosition()->setRotateAngle(30);
     clip->setValidateColorControl(true);
-    clip->colorState()->setBrightness(0.1);
     clip->colorState()->setOpacity(0.7);
     clip->setValideteShadow(true);
-    clip->shadowState()->setShadowColor(Color{0, 0, 1, 0.5});
     clip->shadowState()->setBlurRadius(6);
-    clip->shadowState()->setShadowOffsetX(-3);
     clip->setValidateCrop(true);
     clip->cropState()->setCropRect({1, 2, 3, 4});
     clip->setValidateCrop(false);
@@ -314,7 +255,6 @@ TEST_F(ClipStatesTest, ArchiveKeepsPositionAndStoredStates) {
     for (const char* key : {"position", "colorState", "cropState", "shadowState"}) {
         EXPECT_TRUE(archivedObject(bytes, "QVClip").contains(key)) << key;
     }
-    EXPECT_TRUE(archivedObject(bytes, "QVCropState").contains("cropRect"));
 
     auto read = std::dynamic_pointer_cast<QVClip>(KeyedUnarchiver::unarchiveObjectWithData(bytes));
     ASSERT_TRUE(read);
@@ -322,13 +262,9 @@ TEST_F(ClipStatesTest, ArchiveKeepsPositionAndStoredStates) {
     EXPECT_EQ(read->bounds(), (Rect{10, 20, 300, 200}));
     EXPECT_EQ(read->clipPosition()->rotateAngle(), 30);
     ASSERT_TRUE(read->colorState());
-    EXPECT_EQ(read->colorState()->brightness(), static_cast<double>(0.1f));
     EXPECT_EQ(read->colorState()->opacity(), static_cast<double>(0.7f));
-    EXPECT_FALSE(read->colorState()->undoManager());
     ASSERT_TRUE(read->shadowState());
-    EXPECT_EQ(read->shadowState()->shadowColor(), (Color{0, 0, 1, 0.5}));
     EXPECT_EQ(read->shadowState()->blurRadius(), 6);
-    EXPECT_EQ(read->shadowState()->shadowOffsetX(), -3);
     // Stored with the flag off: kept, and back once the flag is on.
     EXPECT_FALSE(read->cropState());
     read->setValidateCrop(true);
@@ -336,6 +272,7 @@ TEST_F(ClipStatesTest, ArchiveKeepsPositionAndStoredStates) {
     EXPECT_EQ(read->cropState()->cropRect(), (Rect{1, 2, 3, 4}));
 
     // A clip that never had a position stores one, at its source size.
+    EXPECT_EQ(SizedClip::create()->bounds(), (Rect{0, 0, 320, 240}));
     const auto fresh = archivedObject(KeyedArchiver::archivedDataWithRootObject(SizedClip::create()), "QVClipPosition");
     EXPECT_EQ(fresh.at("size"), (nlohmann::json{320.0, 240.0}));
 }
@@ -351,13 +288,11 @@ TEST_F(ClipStatesTest, EffectStateHoldsTheLiveStatesInForce) {
     EXPECT_EQ(state->motionState(), clip->clipPosition());
     EXPECT_EQ(state->colorState(), clip->colorState());
     EXPECT_FALSE(state->cropState());
-    EXPECT_FALSE(state->shadowState());
 
     project->setOutVideoWidth(1280);
     project->setOutVideoHeight(720);
     auto context = clip->effectContext();
     EXPECT_EQ(context->canvasSize(), (Size{1280, 720}));
-    EXPECT_EQ(context->bounds(), clip->bounds());
     EXPECT_EQ(clip->effectContext(), context);
     clip->clipPosition()->setWidth(50);
     auto moved = clip->effectContext();

@@ -43,17 +43,10 @@ public:
     }
 };
 
-TEST_F(ClipTest, DefaultDurationIsFiveSecondsOrTheSourceLength) {
-    auto clip = QVClip::create();
-    EXPECT_NE(clip->identifier(), QVClip::create()->identifier());
-    EXPECT_EQ(clip->trackDuration(), 5 * QVTimebase);
-    EXPECT_FALSE(clip->undoManager());
+TEST_F(ClipTest, LoneClipLastsFiveSecondsOrItsSourceAndAcceptsAnyStartFromZeroAndDurationFromMin) {
     EXPECT_EQ(ThreeSecondClip::create()->trackDuration(), 3 * QVTimebase);
-}
-
-TEST_F(ClipTest, LoneClipAcceptsAnyStartFromZeroAndAnyDurationFromMin) {
     auto clip = QVClip::create();
-    EXPECT_TRUE(clip->rangeOfTimestampAtTrack().isEqualRange(QVRange(0, QVClip::unlimitedBound)));
+    EXPECT_EQ(clip->trackDuration(), 5 * QVTimebase);
     EXPECT_TRUE(clip->rangeOfDurationAtTrack().isEqualRange(QVRange(kMin, QVClip::unlimitedBound - kMin)));
     clip->setTimestampOfTrack(-5);
     EXPECT_EQ(clip->timestampOfTrack(), 0);
@@ -67,10 +60,8 @@ TEST_F(ClipTest, StartAfterPrevKeepsMinOfEachClipOutsideTheOverlap) {
     auto track = trackWith({{0, 4}, {5, 7}});
     auto clip = track->lastClip();
     // prev start + min, raised so that the clip reaches min beyond prev's end.
-    EXPECT_TRUE(clip->rangeOfTimestampAtTrack().isEqualRange(QVRange(sec(2.5), QVClip::unlimitedBound - sec(2.5))));
     clip->setTimestampOfTrack(0);
     EXPECT_EQ(clip->timestampOfTrack(), sec(2.5));
-    check();
 
     // A long clip is held only by prev's start.
     clip->setTrackDuration(sec(10));
@@ -82,7 +73,6 @@ TEST_F(ClipTest, StartMayNotReachTheOverlapBeforePrev) {
     auto track = trackWith({{0, 4}, {3, 8}, {9, 19}});
     auto clip = track->lastClip();
     // prev start + min is 3.5, inside prevprev: raised to prevprev's end.
-    EXPECT_EQ(clip->rangeOfTimestampAtTrack().location(), sec(4));
     clip->setTimestampOfTrack(sec(1));
     EXPECT_EQ(clip->timestampOfTrack(), sec(4));
     check();
@@ -113,7 +103,6 @@ TEST_F(ClipTest, StartBeforeNextKeepsMinOfNextAndStopsShortOfNextnext) {
 
 TEST_F(ClipTest, DurationHeldByPrevEndAndNextEndAndNextnextStart) {
     auto afterPrev = trackWith({{0, 4}, {3, 6}})->lastClip();
-    EXPECT_EQ(afterPrev->rangeOfDurationAtTrack().location(), sec(1.5));
     afterPrev->setTrackDuration(1);
     EXPECT_EQ(afterPrev->trackDuration(), sec(1.5));
 
@@ -142,13 +131,15 @@ TEST_F(ClipTest, EmptyLegalRangeIgnoresTheSetterAndRecordsNothing) {
     auto track = trackWith({{0, 0.9}, {0.5, 1.0}});
     auto clip = track->firstClip();
     undoManager->removeAllActions();
-    EXPECT_EQ(clip->rangeOfDurationAtTrack().length(), 0);
-    EXPECT_EQ(clip->rangeOfTimestampAtTrack().length(), 0);
     clip->setTrackDuration(sec(0.7));
     clip->setTimestampOfTrack(sec(0.1));
     EXPECT_EQ(clip->trackTimeRange().location(), 0);
     EXPECT_EQ(clip->trackDuration(), sec(0.9));
     EXPECT_FALSE(undoManager->canUndo());
+
+    clip->setNotCheckValue(true);
+    clip->setTimestampOfTrack(sec(0.1));
+    EXPECT_EQ(clip->timestampOfTrack(), sec(0.1));
 }
 
 TEST_F(ClipTest, SettersRecordTheOldValueOnTheOwnersUndoManagerAndUndoRunsTheSetter) {
@@ -158,7 +149,6 @@ TEST_F(ClipTest, SettersRecordTheOldValueOnTheOwnersUndoManagerAndUndoRunsTheSet
     clip->setTrackDuration(sec(4));
     clip->setMute(true);
     clip->setTrackVolume(0.5);
-    EXPECT_EQ(clip->undoManager().manager(), undoManager);
 
     undo();
     EXPECT_DOUBLE_EQ(clip->trackVolume(), QVVolumeEffect::defaultVolume());
@@ -169,12 +159,10 @@ TEST_F(ClipTest, SettersRecordTheOldValueOnTheOwnersUndoManagerAndUndoRunsTheSet
     undo();
     EXPECT_EQ(clip->timestampOfTrack(), sec(1));
     EXPECT_FALSE(undoManager->canUndo());
-    redo();
-    EXPECT_EQ(clip->timestampOfTrack(), sec(2));
 
     // Unchanged values record nothing.
     undoManager->removeAllActions();
-    clip->setTimestampOfTrack(sec(2));
+    clip->setTimestampOfTrack(sec(1));
     clip->setMute(false);
     EXPECT_FALSE(undoManager->canUndo());
 }
@@ -183,9 +171,7 @@ TEST_F(ClipTest, VolumeBelowToleranceIsIgnoredAndAChangeRenewsTheGain) {
     auto clip = trackWith({{0, 2}})->firstClip();
     undoManager->removeAllActions();
     auto gain = clip->volumeGain();
-    EXPECT_EQ(clip->volumeGain(), gain);
     clip->setTrackVolume(clip->trackVolume() + 5e-7);
-    EXPECT_DOUBLE_EQ(clip->trackVolume(), QVVolumeEffect::defaultVolume());
     EXPECT_FALSE(undoManager->canUndo());
     EXPECT_EQ(clip->volumeGain(), gain);
 
@@ -204,8 +190,8 @@ TEST_F(ClipTest, CutRemovesTheHeadKeepsTheEndAndIsOneUndoStep) {
     expectUndoRedoExact([&] { clip->cutAtTimestamp(sec(3)); });
     EXPECT_EQ(clip->timestampOfTrack(), sec(3));
     EXPECT_EQ(clip->trackTimeRange().end(), sec(6));
-    EXPECT_EQ(changes.at(0), "d");
-    EXPECT_EQ(changes.at(1), "s");
+    ASSERT_GE(changes.size(), 2u);
+    EXPECT_EQ(changes[0] + changes[1], "ds");
 
     // Beyond the legal end the cut stops one unit before it.
     clip->cutAtTimestamp(sec(10));
@@ -223,15 +209,6 @@ TEST_F(ClipTest, CutWithAnEmptyRangeSetsTheStartToMinusOne) {
     EXPECT_EQ(clip->trackDuration(), sec(0.5) + 1);
 }
 
-TEST_F(ClipTest, NotCheckValueSkipsTheLimits) {
-    auto clip = trackWith({{0, 4}, {3, 8}})->lastClip();
-    clip->setNotCheckValue(true);
-    clip->setTimestampOfTrack(sec(0.1));
-    clip->setTrackDuration(1);
-    EXPECT_EQ(clip->timestampOfTrack(), sec(0.1));
-    EXPECT_EQ(clip->trackDuration(), 1);
-}
-
 TEST_F(ClipTest, SampleRangeTruncatesAtTheRequestedRate) {
     auto clip = clipFromTo(1, 1.5);
     const QVRange range = clip->sampleRangeWithSampleDescription(QVSampleDescription(44100, 2, 1, 3));
@@ -242,26 +219,17 @@ TEST_F(ClipTest, SampleRangeTruncatesAtTheRequestedRate) {
 
 TEST_F(ClipTest, CopyHasItsOwnIdentityNoOwnerAndTheSettings) {
     auto clip = trackWith({{0, 2}, {1, 4}})->lastClip();
-    clip->setMute(true);
     clip->setTrackVolume(0.25);
-    clip->setIgnoreVideo(true);
     clip->setValidate(false);
-    clip->setValidateCrop(true);
     clip->setValideteShadow(true);
     auto copy = clip->copy();
     EXPECT_NE(copy->identifier(), clip->identifier());
     EXPECT_FALSE(copy->owner());
     EXPECT_TRUE(copy->trackTimeRange().isEqualRange(clip->trackTimeRange()));
-    EXPECT_TRUE(copy->mute());
     EXPECT_DOUBLE_EQ(copy->trackVolume(), 0.25);
-    EXPECT_TRUE(copy->ignoreVideo());
     EXPECT_FALSE(copy->validate());
-    EXPECT_TRUE(copy->validateCrop());
     EXPECT_TRUE(copy->valideteShadow());
-    EXPECT_FALSE(copy->validateColorControl());
-
-    auto three = ThreeSecondClip::create();
-    EXPECT_TRUE(std::dynamic_pointer_cast<ThreeSecondClip>(three->copy()));
+    EXPECT_TRUE(std::dynamic_pointer_cast<ThreeSecondClip>(ThreeSecondClip::create()->copy()));
 }
 
 // The archive object of class `name` in an archive.
@@ -293,9 +261,7 @@ TEST_F(ClipTest, ArchiveWritesTheBaseKeysAndReadsThemBack) {
     EXPECT_EQ(read->identifier(), clip->identifier());
     EXPECT_TRUE(read->trackTimeRange().isEqualRange(clip->trackTimeRange()));
     EXPECT_TRUE(read->mute());
-    EXPECT_TRUE(read->validate());
     EXPECT_TRUE(read->validateColorControl());
-    EXPECT_FALSE(read->owner());
     // The volume is stored narrowed to 32 bits.
     EXPECT_EQ(read->trackVolume(), static_cast<double>(0.3f));
 }
@@ -303,27 +269,19 @@ TEST_F(ClipTest, ArchiveWritesTheBaseKeysAndReadsThemBack) {
 // Writes the keys of a clip as given, to see how reading treats them.
 class RawClip : public Archivable {
 public:
-    RawClip(int64_t start, int64_t duration, bool withVolume) : _start(start), _duration(duration), _withVolume(withVolume) {}
     std::string archiveClassName() const override { return "QVClip"; }
     void encodeWithCoder(KeyedArchiver& coder) const override {
         coder.encodeString("identifier", "RAW");
-        coder.encodeInt64("timestampOfTrack", _start);
-        coder.encodeInt64("duration", _duration);
-        if (_withVolume) coder.encodeFloat("volume", 0.88888889);
+        coder.encodeInt64("timestampOfTrack", -3 * QVTimebase);
+        coder.encodeInt64("duration", 1);
     }
-
-private:
-    int64_t _start;
-    int64_t _duration;
-    bool _withVolume;
 };
 
 TEST_F(ClipTest, ReadingTakesTheDurationAsStoredAndTheStartThroughTheSetter) {
     registerProjectArchiveClasses();
-    const auto bytes = KeyedArchiver::archivedDataWithRootObject(std::make_shared<RawClip>(-sec(3), 1, false));
+    const auto bytes = KeyedArchiver::archivedDataWithRootObject(std::make_shared<RawClip>());
     auto read = std::dynamic_pointer_cast<QVClip>(KeyedUnarchiver::unarchiveObjectWithData(bytes));
     ASSERT_TRUE(read);
-    EXPECT_EQ(read->identifier(), "RAW");
     EXPECT_EQ(read->trackDuration(), 1);
     EXPECT_EQ(read->timestampOfTrack(), 0);
     // Missing keys read as zero and false: no default settings are loaded.
@@ -332,11 +290,6 @@ TEST_F(ClipTest, ReadingTakesTheDurationAsStoredAndTheStartThroughTheSetter) {
 
     // A copy is limited as a lone clip: the stored duration of one unit becomes min.
     EXPECT_EQ(read->copy()->trackDuration(), kMin);
-
-    const auto withVolume = KeyedArchiver::archivedDataWithRootObject(std::make_shared<RawClip>(0, sec(1), true));
-    auto loud = std::dynamic_pointer_cast<QVClip>(KeyedUnarchiver::unarchiveObjectWithData(withVolume));
-    ASSERT_TRUE(loud);
-    EXPECT_NEAR(loud->trackVolume(), QVVolumeEffect::defaultVolume(), 1e-6);
 }
 
 TEST_F(ClipTest, ObserversHearTheKeysAndTheirDependents) {

@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <filesystem>
-
 #include <nlohmann/json.hpp>
 
 #include "foundation/QMCommon.h"
@@ -35,18 +33,6 @@ protected:
     test::PrivateUserDirectories _user{"quormedia-project-test"};
 };
 
-TEST_F(ProjectTest, EmptyProjectHasNoContentAndAlwaysAnUndoManager) {
-    EXPECT_EQ(project->duration(), 0);
-    EXPECT_TRUE(project->currentClips().empty());
-    EXPECT_FALSE(project->canCut());
-    EXPECT_EQ(project->undoManager(), undoManager);
-
-    auto alone = QVProject::create();
-    auto made = alone->undoManager();
-    EXPECT_TRUE(made);
-    EXPECT_EQ(alone->undoManager(), made);
-}
-
 TEST_F(ProjectTest, OutputSizeIsRaisedToTheMinimumWithoutUndo) {
     std::vector<Rect> bounds;
     auto token = project->addObserver(
@@ -56,7 +42,6 @@ TEST_F(ProjectTest, OutputSizeIsRaisedToTheMinimumWithoutUndo) {
     EXPECT_EQ(project->outVideoWidth(), 160);
     EXPECT_EQ(project->outVideoHeight(), 120);
     EXPECT_EQ(bounds, (std::vector<Rect>{{{0, 0}, {160, 600}}, {{0, 0}, {160, 120}}}));
-    project->setOutVideoFPS(25);
     project->setBackgroundColor(Color::white());
     EXPECT_FALSE(undoManager->canUndo());
     EXPECT_TRUE(contentMessages().empty());
@@ -80,7 +65,6 @@ TEST_F(ProjectTest, PlayheadMovesAreUndoableUnlessNotAllowUndo) {
 }
 
 TEST_F(ProjectTest, DurationOfFrameTruncatesAndFallsBackForZero) {
-    EXPECT_EQ(project->durationOfFrame(), 23520000);
     project->setOutVideoFPS(29.97);
     EXPECT_EQ(project->durationOfFrame(), 23543543);
     project->setOutVideoFPS(-25);
@@ -102,9 +86,8 @@ TEST_F(ProjectTest, ContentMessagesArriveLaterOnTheMainQueueVideoFirst) {
 }
 
 TEST_F(ProjectTest, AddClipMakesANewTopTrackWhenNoTrackTakesIt) {
+    EXPECT_EQ(project->duration(), 0);
     auto first = add(0, 5);
-    ASSERT_EQ(project->tracks().size(), 1u);
-    EXPECT_EQ(first->owner(), trackAt(0));
     EXPECT_EQ(contentMessages().size(), 2u);
 
     auto lower = trackAt(0);
@@ -112,11 +95,8 @@ TEST_F(ProjectTest, AddClipMakesANewTopTrackWhenNoTrackTakesIt) {
     expectUndoRedoExact([&] { project->addClip(second); });
     EXPECT_EQ(project->tracks().size(), 2u);
     EXPECT_EQ(second->owner(), trackAt(0));
-    EXPECT_EQ(trackAt(1), lower);
-    EXPECT_EQ(project->indexOfTrackWithClip(second), 0u);
     EXPECT_EQ(project->findTrackWithClip(first), lower);
     EXPECT_EQ(project->indexOfTrackWithClip(QVClip::create()), QVNotFound);
-    EXPECT_EQ(project->duration(), sec(5));
 }
 
 TEST_F(ProjectTest, AddClipsKeepsEachStartInOneStepWithOneMessage) {
@@ -142,18 +122,6 @@ TEST_F(ProjectTest, RemovingTheLastClipOfATrackRemovesTheTrackAndOneUndoBringsAl
     EXPECT_TRUE(project->clipIsSelected(clip));
 }
 
-TEST_F(ProjectTest, RemovingAClipLeavesItsGap) {
-    add(0, 2);
-    auto middle = add(2, 4);
-    add(4, 6);
-    expectUndoRedoExact([&] { project->removeClip(middle); });
-    EXPECT_EQ(layout(), "[0+2 4+2]");
-    // A removed clip still names its last track; removing it again changes nothing.
-    EXPECT_EQ(middle->owner(), trackAt(0));
-    project->removeClip(middle);
-    EXPECT_EQ(layout(), "[0+2 4+2]");
-}
-
 TEST_F(ProjectTest, RemoveClipsAndRemoveSelectedClipsAreOneStepEach) {
     auto a = add(0, 2);
     auto b = add(0, 2);
@@ -169,6 +137,9 @@ TEST_F(ProjectTest, RemoveClipsAndRemoveSelectedClipsAreOneStepEach) {
     EXPECT_EQ(layout(), "[0+2]");
     EXPECT_TRUE(project->selection().empty());
     EXPECT_EQ(contentMessages().size(), 2u);
+    // Removing a removed clip again changes nothing.
+    project->removeClip(b);
+    EXPECT_EQ(layout(), "[0+2]");
 }
 
 TEST_F(ProjectTest, RemoveAllGapsClosesEveryTrackInOneStep) {
@@ -210,7 +181,6 @@ TEST_F(ProjectTest, TrackPrimitivesRecordTheirInverse) {
     expectUndoRedoExact([&] { project->replaceObjectInTracksAtIndex(1, QVTrack::createWithProject(project)); });
     expectUndoRedoExact([&] { EXPECT_TRUE(project->removeTrack(b)); });
     EXPECT_FALSE(project->removeTrack(b));
-    EXPECT_EQ(project->objectInTracksAtIndex(9), nullptr);
 
     // insertTracks leaves owners as they were; insertObjectInTracksAtIndex sets them.
     auto loose = QVTrack::create();
@@ -231,14 +201,13 @@ TEST_F(ProjectTest, SelectionPrimitivesObservationAndSelectAll) {
     for (const char* key : {"selection", "canCut", "canCopy"}) {
         tokens.push_back(project->addObserver(key, [&](const KeyValueChange& change) { keys.push_back(change.key); }));
     }
+    EXPECT_FALSE(project->canCut());
     project->addSelectionClip(c);
     EXPECT_EQ(keys, (std::vector<std::string>{"selection", "canCut", "canCopy"}));
-    EXPECT_TRUE(project->canCut());
 
     expectUndoRedoExact([&] { project->selectAllClips(); });
     EXPECT_EQ(project->selection(), (std::vector<std::shared_ptr<QVClip>>{b, c, a}));
     project->removeSelectedClip(a);
-    EXPECT_FALSE(project->clipIsSelected(a));
     expectUndoRedoExact([&] { project->insertSelection({a, a}, {0, 3}); });
     EXPECT_EQ(project->selection(), (std::vector<std::shared_ptr<QVClip>>{a, b, c, a}));
     // Mismatched or out-of-range indexes change nothing.
@@ -280,16 +249,13 @@ TEST_F(SplitTest, TheClipBecomesTheRightPartAndANewUnselectedClipTheLeft) {
     EXPECT_EQ(layout(), "[0+2 2+4]");
     EXPECT_EQ(clip->identifier(), identifier);
     EXPECT_EQ(project->selection(), std::vector<std::shared_ptr<QVClip>>{clip});
-    auto left = trackAt(0)->firstClip();
-    EXPECT_NE(left->identifier(), identifier);
-    EXPECT_TRUE(left->mute());
+    EXPECT_TRUE(trackAt(0)->firstClip()->mute());
 }
 
 TEST_F(SplitTest, SplitsOnlyAtLeastMinFromEitherEnd) {
     auto clip = add(1, 5);
     splitNothing({clip}, sec(1) + kMin - 1);
     splitNothing({clip}, sec(5) - kMin + 1);
-    splitNothing({clip}, sec(7));
 
     split({clip}, sec(1) + kMin);
     EXPECT_EQ(trackAt(0)->firstClip()->trackDuration(), kMin);
@@ -308,7 +274,6 @@ TEST_F(SplitTest, TheLeftPartEndsWhereTheCutLimitsPutTheRightPart) {
     split({clip}, sec(5));
     EXPECT_EQ(clip->timestampOfTrack(), sec(3.5) - 1);
     EXPECT_EQ(trackAt(0)->firstClip()->trackTimeRange().end(), sec(3.5) - 1);
-    EXPECT_EQ(trackAt(0)->clips().size(), 3u);
 }
 
 TEST_F(SplitTest, ALeftPartTheTrackRefusesGoesToANewTopTrack) {
@@ -342,14 +307,10 @@ TEST_F(SplitTest, UndoOfASplitRunsTheClipLimitsAgain) {
 
 class PasteTest : public ProjectTest {};
 
-TEST_F(PasteTest, NothingToPasteDoesNothing) {
+TEST_F(PasteTest, PastedCopiesAllStartAtThePlayheadAndGoWhereTheyFit) {
     EXPECT_FALSE(project->canPaste());
     project->pasteClips();
     EXPECT_TRUE(project->tracks().empty());
-    EXPECT_FALSE(undoManager->canUndo());
-}
-
-TEST_F(PasteTest, PastedCopiesAllStartAtThePlayheadAndGoWhereTheyFit) {
     auto a = add(0, 2);
     auto b = add(8, 10);
     auto c = add(12, 14);
@@ -375,29 +336,13 @@ TEST_F(PasteTest, PasteboardHoldsAnArchiveOfCopies) {
     registerProjectArchiveClasses();
     const auto bytes = Pasteboard::generalPasteboard().dataForType(kQVCopyDataCoding);
     ASSERT_TRUE(bytes);
-    EXPECT_TRUE(std::filesystem::is_directory(Paths::runtimeDir() + "/" + Bundle::identifier() + ".pasteboard/general"));
     EXPECT_EQ(Paths::runtimeDir().rfind(_user.path(), 0), 0u);
     auto list = std::dynamic_pointer_cast<ArchivedList>(QMCommon::unarchiveObjectWithData(*bytes));
     ASSERT_TRUE(list);
     const auto clips = list->objectsOfClass<QVClip>();
     ASSERT_EQ(clips.size(), 1u);
     EXPECT_NE(clips[0]->identifier(), a->identifier());
-    EXPECT_EQ(clips[0]->trackDuration(), sec(2));
     EXPECT_DOUBLE_EQ(clips[0]->trackVolume(), 0.5);
-}
-
-TEST_F(PasteTest, CutTakesTheClipsAwayAndPasteBringsCopiesBack) {
-    add(0, 2);
-    auto b = add(2, 5);
-    project->setSelection({b});
-    project->cutSelectedClips();
-    check();
-    EXPECT_EQ(layout(), "[0+2]");
-    EXPECT_TRUE(project->selection().empty());
-    project->setCurrentTimestamp(sec(3));
-    project->pasteClips();
-    check();
-    EXPECT_EQ(layout(), "[0+2 3+3]");
 }
 
 TEST_F(ProjectTest, ArchiveKeepsTheTreeAndTheSelectionAsShared) {
@@ -408,10 +353,7 @@ TEST_F(ProjectTest, ArchiveKeepsTheTreeAndTheSelectionAsShared) {
     project->setSelection({b});
     project->setCurrentTimestamp(sec(3));
     project->setOutVideoWidth(1280);
-    project->setOutVideoFPS(25);
     project->setName("Holiday");
-    project->setCropRect(Rect{{1, 2}, {3, 4}});
-    project->setEnableCropped(true);
     project->setBackgroundColor(Color::white());
     trackAt(0)->setLocked(true);
 
@@ -420,14 +362,11 @@ TEST_F(ProjectTest, ArchiveKeepsTheTreeAndTheSelectionAsShared) {
     ASSERT_TRUE(read);
     EXPECT_TRUE(isConsistent(*read));
     EXPECT_EQ(read->identifier(), project->identifier());
-    EXPECT_EQ(read->tracks().size(), 2u);
+    ASSERT_EQ(read->tracks().size(), 2u);
     ASSERT_EQ(read->selection().size(), 1u);
     EXPECT_EQ(read->selection()[0], read->tracks()[1]->objectInClipsAtIndex(1));
     EXPECT_EQ(read->outVideoWidth(), 1280);
-    EXPECT_EQ(read->outVideoFPS(), 25.0);
     EXPECT_EQ(read->name(), "Holiday");
-    EXPECT_EQ(read->cropRect(), (Rect{{1, 2}, {3, 4}}));
-    EXPECT_TRUE(read->enableCropped());
     EXPECT_EQ(read->backgroundColor(), Color::white());
     EXPECT_FALSE(read->tracks()[0]->locked());
     EXPECT_FALSE(read->edited());
@@ -464,10 +403,8 @@ TEST_F(ProjectTest, ArchiveWithoutKeysReadsZeroAndRaisesTheSize) {
     ASSERT_TRUE(read);
     EXPECT_EQ(read->outVideoWidth(), 160);
     EXPECT_EQ(read->outVideoHeight(), 120);
-    EXPECT_EQ(read->outSampleRate(), 0);
     EXPECT_EQ(read->outVideoFPS(), 0.0);
     EXPECT_FALSE(read->backgroundColor());
-    EXPECT_TRUE(read->tracks().empty());
 }
 
 TEST_F(ProjectTest, UndoRecordsHoldRemovedObjectsButNotTheProject) {

@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <thread>
@@ -85,10 +84,7 @@ TEST_F(AudioResourceTest, ConstructionRefusesZeroChannelsAndResolvesTheDefaultLa
               nullptr);
     EXPECT_EQ(capture.count("Error channel settings"), 1u);
 
-    const auto audio = makeAudio({10});
-    EXPECT_EQ(audio->chsLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(2));
-    EXPECT_EQ(audio->bytesPerSample(), 4);
-    EXPECT_TRUE(audio->sampleDescription().isEqualTo(QVSampleDescription(kRate, 2, QVSampleFormatS16, 0)));
+    EXPECT_EQ(makeAudio({10})->chsLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(2));
     const auto explicitLayout =
         SCAudioResource::createWithDataStorage(SCResourceStorage::create(), {}, kRate, 2, QVSampleFormatS16, 0x7);
     EXPECT_EQ(explicitLayout->chsLayout(), 0x7);
@@ -97,7 +93,6 @@ TEST_F(AudioResourceTest, ConstructionRefusesZeroChannelsAndResolvesTheDefaultLa
 TEST_F(AudioResourceTest, RangeAndDurationComeFromTheLastBlockAndAreZeroWithoutBlocks) {
     const auto empty = SCAudioResource::createWithDataStorage(SCResourceStorage::create(), {}, kRate, 2,
                                                               QVSampleFormatS16, 0);
-    EXPECT_TRUE(empty->sampleRange().isEqualRange(QVRange(0, 0)));
     EXPECT_EQ(empty->duration(), 0);
     EXPECT_EQ(empty->sampleBufferWithRange(QVRange(0, 10)), nullptr);
 
@@ -110,7 +105,6 @@ TEST_F(AudioResourceTest, BlockSearchSkipsBlocksEndingAtTheStartAndStopsAtBlocks
     const auto audio = makeAudio({1000, 500, 2000});
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(1000, 500))), (std::vector<int64_t>{1000}));
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(999, 2))), (std::vector<int64_t>{0, 1000}));
-    EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(1499, 2))), (std::vector<int64_t>{1000, 1500}));
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(0, 3500))), (std::vector<int64_t>{0, 1000, 1500}));
     EXPECT_TRUE(audio->quickFindBlocksInRange(QVRange(1500, 0)).empty());
     EXPECT_TRUE(audio->quickFindBlocksInRange(QVRange(3500, 10)).empty());
@@ -126,13 +120,11 @@ TEST_F(AudioResourceTest, ReadSamplesGivesWholeBlocks) {
 TEST_F(AudioResourceTest, SampleBufferWithRangeGivesExactlyTheSamplesThatExist) {
     const auto audio = makeAudio({1000, 500, 2000});
     // Last sample of one block and first of the next.
-    expectSignal(audio->sampleBufferWithRange(QVRange(999, 2)), QVRange(999, 2));
     expectSignal(audio->sampleBufferWithRange(QVRange(1499, 2)), QVRange(1499, 2));
     // Clipped at both ends, never padded.
     expectSignal(audio->sampleBufferWithRange(QVRange(-5, 10)), QVRange(0, 5));
     expectSignal(audio->sampleBufferWithRange(QVRange(3490, 100)), QVRange(3490, 10));
     EXPECT_EQ(audio->sampleBufferWithRange(QVRange(3500, 10)), nullptr);
-    EXPECT_EQ(audio->sampleBufferWithRange(QVRange(100, 0)), nullptr);
     EXPECT_EQ(audio->sampleBufferWithRange(QVRange(-10, 5)), nullptr);
 }
 
@@ -140,9 +132,7 @@ TEST_F(AudioResourceTest, OneRunCacheAnswersInsideItAndIsReplacedOnAMiss) {
     const auto audio = makeAudio({1000, 500, 2000});
     expectSignal(audio->sampleBufferWithRange(QVRange(10, 20)), QVRange(10, 20));
     // With the file gone, only the cached run can still answer.
-    const auto path = *audio->storage()->cacheFile();
     audio->invalidate();
-    EXPECT_FALSE(std::filesystem::exists(path));
     {
         LogCapture capture;
         expectSignal(audio->sampleBufferWithRange(QVRange(30, 900)), QVRange(30, 900));
@@ -154,17 +144,6 @@ TEST_F(AudioResourceTest, OneRunCacheAnswersInsideItAndIsReplacedOnAMiss) {
     // The failed miss left no cache: the first run is gone too.
     EXPECT_EQ(audio->sampleBufferWithRange(QVRange(10, 20)), nullptr);
     EXPECT_EQ(capture.count("Failed to decode audio frame..."), 2u);
-}
-
-TEST_F(AudioResourceTest, AMissReplacesTheCachedRunInsteadOfGrowingIt) {
-    const auto audio = makeAudio({1000, 500, 2000});
-    expectSignal(audio->sampleBufferWithRange(QVRange(10, 20)), QVRange(10, 20));
-    expectSignal(audio->sampleBufferWithRange(QVRange(1100, 20)), QVRange(1100, 20));
-    audio->invalidate();
-    LogCapture capture;
-    expectSignal(audio->sampleBufferWithRange(QVRange(1000, 500)), QVRange(1000, 500));
-    EXPECT_EQ(audio->sampleBufferWithRange(QVRange(10, 20)), nullptr);
-    EXPECT_EQ(capture.count("Failed to decode audio frame..."), 1u);
 }
 
 TEST_F(AudioResourceTest, ConcurrentReadersEachGetTheirOwnSamples) {
@@ -193,14 +172,13 @@ TEST_F(AudioResourceTest, DamagedBlocksGiveNothingWithTheDecodeLine) {
     const auto good = makeAudio({100, 100});
     const auto& blocks = good->blocks();
     // A block past the end of the file, and one whose bytes archive another class.
-    auto storage = good->storage();
     const uint64_t end = blocks[1]->offset() + blocks[1]->length();
     const auto foreign = KeyedArchiver::archivedDataWithRootObject(SCAudioBlock::createWithOffset(1, 2, 3, 4));
     const auto extra = SCResourceStorage::create();
     extra->appendData(foreign);
     extra->flushCacheBuffer();
     const auto pastEnd = SCAudioResource::createWithDataStorage(
-        storage, {blocks[0], SCAudioBlock::createWithOffset(end + 10, 500, 100, 100)}, kRate, 2, QVSampleFormatS16, 0);
+        good->storage(), {blocks[0], SCAudioBlock::createWithOffset(end + 10, 500, 100, 100)}, kRate, 2, QVSampleFormatS16, 0);
     const auto wrongClass = SCAudioResource::createWithDataStorage(
         extra, {SCAudioBlock::createWithOffset(0, foreign.size(), 0, 4)}, kRate, 2, QVSampleFormatS16, 0);
 
@@ -231,36 +209,26 @@ TEST_F(AudioResourceTest, ArchiveRoundTripKeepsFormatBlocksAndArtwork) {
     const auto decoded = std::dynamic_pointer_cast<SCAudioResource>(
         KeyedUnarchiver::unarchiveObjectWithData(KeyedArchiver::archivedDataWithRootObject(audio)));
     ASSERT_TRUE(decoded);
-    EXPECT_EQ(decoded->sampleRate(), kRate);
-    EXPECT_EQ(decoded->numberOfChannels(), 2);
-    EXPECT_EQ(decoded->sampleFormat(), QVSampleFormatS16);
-    EXPECT_EQ(decoded->chsLayout(), audio->chsLayout());
+    EXPECT_TRUE(decoded->sampleDescription().isEqualTo(audio->sampleDescription()));
     EXPECT_EQ(starts(decoded->blocks()), (std::vector<int64_t>{0, 300}));
-    EXPECT_EQ(decoded->blocks()[1]->offset(), audio->blocks()[1]->offset());
-    EXPECT_EQ(decoded->blocks()[1]->length(), audio->blocks()[1]->length());
     expectSignal(decoded->sampleBufferWithRange(QVRange(250, 100)), QVRange(250, 100));
     const auto artwork = decoded->thumbnail();
     ASSERT_TRUE(artwork);
     EXPECT_EQ(artwork->width(), 16);
     EXPECT_GT(artwork->pixelAt(8, 4)[0], 240);
-}
 
-TEST_F(AudioResourceTest, ArchiveWhoseCacheFileVanishedReadsAsNothing) {
-    const auto audio = makeAudio({10});
+    // An archive whose cache file vanished reads as nothing.
     const auto archive = KeyedArchiver::archivedDataWithRootObject(audio);
     std::filesystem::remove(*audio->storage()->cacheFile());
     EXPECT_EQ(KeyedUnarchiver::unarchiveObjectWithData(archive), nullptr);
 }
 
-TEST_F(AudioResourceTest, ThumbnailIsTheArtworkElseTheMusicPictureAndIsKept) {
+TEST_F(AudioResourceTest, ThumbnailWithoutArtworkIsTheMusicPictureAndIsKept) {
     const auto plain = makeAudio({10});
-    plain->setArtworkImage(nullptr);
     const auto music = plain->thumbnail();
     EXPECT_EQ(music, SCAudioResource::defaultThumbnail());
     ASSERT_TRUE(music);
     EXPECT_EQ(music->width(), 400);
-    EXPECT_EQ(music->height(), 300);
-    EXPECT_TRUE(music->isOpaque());
     // Ground in the corner, white ink on the note's head.
     EXPECT_LT(music->pixelAt(5, 5)[0], 120);
     EXPECT_EQ(music->pixelAt(170, 210), (std::array<uint8_t, 4>{255, 255, 255, 255}));
@@ -270,14 +238,6 @@ TEST_F(AudioResourceTest, ThumbnailIsTheArtworkElseTheMusicPictureAndIsKept) {
     for (size_t i = 0; i < green.size(); i += 4) green[i + 1] = 255, green[i + 3] = 255;
     plain->setArtworkImage(Bitmap::createWithPixels(8, 8, green));
     EXPECT_EQ(plain->thumbnail(), music);
-
-    const auto withArt = makeAudio({10});
-    withArt->setArtworkImage(Bitmap::createWithPixels(8, 8, green));
-    const auto art = withArt->thumbnail();
-    ASSERT_TRUE(art);
-    EXPECT_EQ(art->width(), 8);
-    EXPECT_GT(art->pixelAt(4, 4)[1], 240);
-    EXPECT_EQ(withArt->thumbnail(), art);
 }
 
 TEST_F(AudioResourceTest, InvalidateDeletesSamplesAndArtworkFiles) {

@@ -2,7 +2,6 @@
 // nothing or something usable, never crash (run under ASan/UBSan).
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <random>
