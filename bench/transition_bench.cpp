@@ -34,6 +34,14 @@ constexpr int kFfmpegFrames = 2 * kLoops;
 
 using Clock = std::chrono::steady_clock;
 
+// The first line of /proc/loadavg: other work on the machine skews every number here.
+std::string loadAverage() {
+    std::ifstream in("/proc/loadavg");
+    std::string line;
+    std::getline(in, line);
+    return line.empty() ? "unknown" : line;
+}
+
 double millisecondsSince(Clock::time_point start) {
     return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
 }
@@ -111,6 +119,7 @@ int main() {
 
     std::printf("transitions at 0.5, %dx%d to RGBA8, ms per frame (mean / best of %d), target %.0f ms\n", kWidth,
                 kHeight, kFrames, kTargetMs);
+    std::printf("load average before: %s\n", loadAverage().c_str());
     double fadeMs = 0;
     double swipeMs = 0;
     int over = 0;
@@ -124,6 +133,7 @@ int main() {
         if (name == PSTransitionSwipeName) swipeMs = timing.mean;
     }
     std::printf("%d of %zu over the target\n", over, PSTransition::supportTransitions().size());
+    std::printf("load average after: %s\n", loadAverage().c_str());
 
     const auto directory = std::filesystem::temp_directory_path() / ("transition_bench_" + std::to_string(::getpid()));
     std::filesystem::create_directories(directory);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdlib>
 #include <vector>
 
@@ -104,6 +105,26 @@ TEST(TransitionRenderTest, TilesReadEnoughOfTheirInputs) {
     }
 }
 
+TEST(TransitionRenderTest, PicturesReadInPlaceMatchComputedPictures) {
+    // Kernels read bitmaps in place (in rows, or sampled in integer steps) and computed pictures
+    // as floats; both must give the same picture up to rounding. An identity colour matrix turns
+    // a bitmap into a computed picture with the same pixels.
+    const Rect region{0, 0, 160, 90};
+    const Image from = sample(0, 160, 90);
+    const Image to = sample(1, 160, 90);
+    const Image computedFrom = from.colorMatrix(ColorMatrix{});
+    const Image computedTo = to.colorMatrix(ColorMatrix{});
+    ASSERT_NE(computedFrom, from);
+    for (const auto& name : PSTransition::supportTransitions()) {
+        const auto transition = PSTransition::transitionWithName(name);
+        for (double percent : {0.3, 0.62}) {
+            const Picture inPlace = render(transition->transitionImage(from, to, percent), region, 48);
+            const Picture computed = render(transition->transitionImage(computedFrom, computedTo, percent), region, 48);
+            EXPECT_LE(maxDifference(inPlace, computed), 2) << name << " at " << percent;
+        }
+    }
+}
+
 TEST(TransitionRenderTest, TheTargetEntersFromTheNamedSide) {
     const int size = 400;
     const Image red = solid(Color{1, 0, 0, 1}, Rect{0, 0, double(size), double(size)});
@@ -179,15 +200,36 @@ TEST(TransitionKernelTest, PixelArithmetic) {
     EXPECT_GT(one(copied, 101, 50)[1], 200);
     EXPECT_EQ(one(copied, 199, 50), (Pixel{255, 0, 0, 255}));
 
-    // The accordion is folded to 30 % of its height half way, standing on the bottom edge.
+}
+
+TEST(TransitionKernelTest, AccordionFoldsThePictureIntoTiltedPanels) {
+    const Rect rect{0, 0, 200, 200};
+    const Image red = solid(Color{1, 0, 0, 1}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+    const auto one = [&](const Image& image, int x, int y) {
+        return render(image, Rect{double(x), double(y), 1, 1}).at(0, 0);
+    };
+    // Twenty panels 10 pixels wide; half way each is folded to 5 pixels (fold angle 60 degrees),
+    // so the picture covers the left 100 pixels and the target shows to their right.
     AccordionFoldTransitionParameters fold;
     fold.numberOfFolds = 20;
+    fold.foldShadowAmount = 0.4;
     const Image folded = accordionFoldTransition(red, blue, 0.5, fold);
-    EXPECT_EQ(one(folded, 100, 65), (Pixel{0, 0, 0, 0}));
-    const Pixel bottom = one(folded, 100, 5);
-    EXPECT_EQ(bottom[3], 255);
-    EXPECT_GT(bottom[0], 90);
-    EXPECT_GT(bottom[2], 90);
+    EXPECT_TRUE(isBlue(one(folded, 150, 100)));
+    EXPECT_TRUE(isBlue(one(folded, 102, 100)));
+    // Panels facing away darken by 0.4 sin 60, the others by a quarter of that.
+    const int away = int(std::lround(255 * (1 - 0.4 * std::sin(M_PI / 3))));
+    const int toward = int(std::lround(255 * (1 - 0.1 * std::sin(M_PI / 3))));
+    expectNear(one(folded, 2, 100), Pixel{uint8_t(away), 0, 0, 255}, 1);
+    expectNear(one(folded, 7, 100), Pixel{uint8_t(toward), 0, 0, 255}, 1);
+    expectNear(one(folded, 92, 100), Pixel{uint8_t(away), 0, 0, 255}, 1);
+    // Perspective shortens the deeper part of each panel: near the top edge a shallow column still
+    // shows the picture while a deep one already shows the target.
+    EXPECT_NEAR(one(folded, 0, 185)[0], away, 1);
+    EXPECT_TRUE(isBlue(one(folded, 4, 185)));
+    // Earlier the folded picture is wider, later narrower.
+    EXPECT_EQ(one(accordionFoldTransition(red, blue, 0.25, fold), 140, 100)[2], 0);
+    EXPECT_TRUE(isBlue(one(accordionFoldTransition(red, blue, 0.75, fold), 60, 100)));
 }
 
 TEST(TransitionKernelTest, DisintegrationFollowsTheMaskLevels) {

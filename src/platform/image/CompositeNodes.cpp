@@ -31,9 +31,11 @@ void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
         for (int y = under.y; y < under.maxY(); ++y) compositeUnderColor(out.at(under.x, y), *color, under.width);
         return;
     }
-    PixelRect bitmapBounds = background.pixelBounds();
-    if (const Bitmap* bitmap = background.directBitmap(bitmapBounds)) {
-        // Straight from the bitmap's bytes, a short run at a time.
+    // A bitmap, or colour stages over one, straight from the bitmap's bytes, a short run at a time.
+    const auto* colored = dynamic_cast<const ColorNode*>(&background);
+    const ImageNode& source = colored ? colored->input(0) : background;
+    PixelRect bitmapBounds = source.pixelBounds();
+    if (const Bitmap* bitmap = source.directBitmap(bitmapBounds)) {
         const PixelRect area = under.intersection(bitmapBounds);
         constexpr int kRun = 64;
         float run[kRun * 4];
@@ -43,6 +45,7 @@ void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
             for (int start = 0; start < area.width; start += kRun) {
                 const int count = std::min(kRun, area.width - start);
                 bytesToFloats(src + size_t(area.x + start) * 4, run, count);
+                if (colored) colored->stages().applyRow(run, count);
                 compositeUnder(dst + 4 * start, run, count);
             }
         }

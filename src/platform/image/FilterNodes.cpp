@@ -19,28 +19,6 @@ std::vector<float> gaussianWeights(double sigma, int reach) {
     return weights;
 }
 
-// dst[i] = sum over t of weights[t] * src[i + t - reach], for `count` pixels; src must hold
-// count + 2 * reach pixels.
-void convolveRow(const float* src, float* dst, int count, const std::vector<float>& weights) {
-    const int taps = int(weights.size());
-    for (int i = 0; i < count; ++i) {
-        Float4 sum = splat(0.f);
-        const float* p = src + 4 * i;
-        for (int t = 0; t < taps; ++t) sum += loadFloat4(p + 4 * t) * weights[size_t(t)];
-        storeFloat4(dst + 4 * i, sum);
-    }
-}
-
-// dst = sum over t of weights[t] * rows[t], lane by lane over `floats` floats.
-void convolveRows(const float* const* rows, float* dst, int floats, const std::vector<float>& weights) {
-    std::fill(dst, dst + floats, 0.f);
-    for (size_t t = 0; t < weights.size(); ++t) {
-        const float w = weights[t];
-        const float* src = rows[t];
-        for (int i = 0; i < floats; ++i) dst[i] += w * src[i];
-    }
-}
-
 // The blurred picture at reduced size: low-resolution pixel (i, j) stands for the block of
 // factor x factor pixels starting at (i * factor, j * factor).
 struct ReducedBlur final : PreparedData {
@@ -124,7 +102,7 @@ std::unique_ptr<PreparedData> GaussianBlurNode::prepare(RenderPass& pass, const 
         std::fill(row, row + 4 * _reach, 0.f);
         std::copy(reduced->row(low.y + int(j)), reduced->row(low.y + int(j)) + stride, row + 4 * _reach);
         std::fill(row + 4 * (_reach + low.width), row + 4 * (2 * _reach + low.width), 0.f);
-        convolveRow(row, across + j * stride, low.width, weights);
+        convolveRow(row, across + j * stride, low.width, weights.data(), int(weights.size()));
     });
     const std::vector<float> zeros(size_t(stride), 0.f);
     data->pixels = ScratchLease::acquire(size_t(low.area()) * 4);
@@ -134,7 +112,7 @@ std::unique_ptr<PreparedData> GaussianBlurNode::prepare(RenderPass& pass, const 
             const std::ptrdiff_t src = std::ptrdiff_t(j) + std::ptrdiff_t(t) - _reach;
             rowsIn[t] = src < 0 || src >= low.height ? zeros.data() : across + src * stride;
         }
-        convolveRows(rowsIn.data(), data->pixels.data() + j * stride, int(stride), weights);
+        convolveRows(rowsIn.data(), data->pixels.data() + j * stride, int(stride), weights.data(), int(weights.size()));
     });
     return data;
 }
@@ -157,11 +135,11 @@ void GaussianBlurNode::renderDirect(RenderPass& pass, const ImageTile& out) cons
     ScratchLease lease = ScratchLease::acquire(size_t(need.height) * size_t(stride));
     float* across = lease.data();
     for (int j = 0; j < need.height; ++j)
-        convolveRow(view->at(need.x, need.y + j), across + j * stride, out.rect.width, weights);
+        convolveRow(view->at(need.x, need.y + j), across + j * stride, out.rect.width, weights.data(), int(weights.size()));
     std::vector<const float*> rowsIn(weights.size());
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
         for (size_t t = 0; t < weights.size(); ++t) rowsIn[t] = across + (y - out.rect.y + std::ptrdiff_t(t)) * stride;
-        convolveRows(rowsIn.data(), out.row(y), int(stride), weights);
+        convolveRows(rowsIn.data(), out.row(y), int(stride), weights.data(), int(weights.size()));
     }
 }
 

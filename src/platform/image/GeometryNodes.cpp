@@ -167,6 +167,9 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
     double reach = 1;
     for (const auto& [ou, ov] : offsets)
         reach = std::max({reach, 1 + std::fabs(double(ou) / 65536), 1 + std::fabs(double(ov) / 65536)});
+    ScratchLease sampleLease;
+    if (_samples > 1) sampleLease = ScratchLease::acquire(size_t(out.rect.width) * 4);
+    float* samples = sampleLease.data();
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
         // Positions count from column 0 of the row, so a pixel's value does not depend on where its
         // tile starts.
@@ -190,11 +193,19 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
             sampleBitmapRow(view, u, v, du, dv, scale, dst + 4 * first, last - first);
             continue;
         }
-        for (int i = 0; i < last - first; ++i) {
-            Float4 sum = splat(0.f);
-            for (const auto& [ou, ov] : offsets) sum += view.sample(u + i * du + ou, v + i * dv + ov);
-            storeFloat4(dst + 4 * (first + i), sum * scale);
+        // Each sample position runs along the row in turn; the first fills the output, the others
+        // are added in order.
+        const int count = last - first;
+        float* sum = dst + 4 * first;
+        for (size_t k = 0; k < offsets.size(); ++k) {
+            if (k == 0) {
+                sampleBitmapRow(view, u + offsets[k].first, v + offsets[k].second, du, dv, 1.f, sum, count);
+                continue;
+            }
+            sampleBitmapRow(view, u + offsets[k].first, v + offsets[k].second, du, dv, 1.f, samples, count);
+            for (int i = 0; i < 4 * count; ++i) sum[i] += samples[i];
         }
+        for (int i = 0; i < 4 * count; ++i) sum[i] *= scale;
     }
 }
 

@@ -1,5 +1,6 @@
 #include "platform/image/ImageKernel.h"
 
+#include "platform/Bitmap.h"
 #include "platform/image/Nodes.h"
 #include "platform/image/RenderPass.h"
 
@@ -13,8 +14,15 @@ PixelRect KernelNode::regionOfInterest(size_t index, const PixelRect& rect) cons
     return PixelRect::enclosing(_kernel->regionOfInterest(index, rect.toRect()));
 }
 
+bool KernelNode::readsBytes(size_t index) const {
+    return index < _kernel->byteInputs.size() && _kernel->byteInputs[index];
+}
+
 bool KernelNode::sharesInput(size_t index) const {
-    return index < _kernel->wholeInputs.size() && _kernel->wholeInputs[index];
+    if (index >= _kernel->wholeInputs.size() || !_kernel->wholeInputs[index]) return false;
+    // A bitmap read in place needs no shared copy.
+    PixelRect bounds = input(index).pixelBounds();
+    return !(readsBytes(index) && input(index).directBitmap(bounds));
 }
 
 void KernelNode::render(RenderPass& pass, const ImageTile& out) const {
@@ -24,7 +32,17 @@ void KernelNode::render(RenderPass& pass, const ImageTile& out) const {
     tiles.reserve(inputs().size());
     for (size_t i = 0; i < inputs().size(); ++i) {
         const ImageNode& in = input(i);
-        views.push_back(pass.view(in, regionOfInterest(i, out.rect).intersection(in.pixelBounds())));
+        PixelRect rect = regionOfInterest(i, out.rect).intersection(in.pixelBounds());
+        if (readsBytes(i)) {
+            if (const Bitmap* bitmap = in.directBitmap(rect)) {
+                const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
+                const uint8_t* origin = bitmap->data() + std::ptrdiff_t(bitmap->height() - 1 - rect.y) * stride +
+                                        std::ptrdiff_t(rect.x) * 4;
+                tiles.push_back(ConstImageTile::withBytes(rect, rect.isEmpty() ? nullptr : origin, -stride));
+                continue;
+            }
+        }
+        views.push_back(pass.view(in, rect));
         tiles.push_back(views.back().tile());
     }
     _kernel->render(out, tiles);

@@ -44,6 +44,15 @@ struct ImageKernel {
     // Missing entries count as false.
     std::vector<bool> wholeInputs;
 
+    // Inputs (indexes with `true`) that, where they show a bitmap unchanged (a picture, or a crop of
+    // one), arrive as byte tiles reading the bitmap in place (see ConstImageTile) instead of being
+    // converted to float first. Mark only inputs that render() reads through pixel() and sample()
+    // (or helpers built on them), never through row(), at() or `pixels`. It pays for inputs read a
+    // pixel or two per output pixel, or only in parts of the output; inputs sampled densely at
+    // scattered points are faster as floats. A bitmap read in place needs no shared copy, so
+    // wholeInputs does not apply to it. Missing entries count as false.
+    std::vector<bool> byteInputs;
+
     // Fills every pixel of `output` (premultiplied RGBA float, see ImageTile). inputs[i] holds
     // input i's pixels over its region of interest for this tile, clipped to where that input has
     // pixels; read it with pixel() or sample(), which give transparent outside its rect. Required.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
 
 #include "platform/Geometry.h"
@@ -22,6 +23,20 @@ inline Float4 loadFloat4(const float* p) {
 inline void storeFloat4(float* p, Float4 v) { std::memcpy(p, &v, sizeof v); }
 // a + (b - a) * t, lane by lane.
 inline Float4 mix(Float4 a, Float4 b, float t) { return a + (b - a) * t; }
+
+using Int4 = int32_t __attribute__((vector_size(16)));
+using Byte4 = uint8_t __attribute__((vector_size(4)));
+
+constexpr float kByteToFloat = 1.f / 255.f;
+
+// Four bytes as 0..255 floats.
+inline Float4 bytesToFloat4(const uint8_t* p) {
+    Byte4 b;
+    std::memcpy(&b, p, 4);
+    return __builtin_convertvector(__builtin_convertvector(b, Int4), Float4);
+}
+// One RGBA8 pixel as 0..1 floats.
+inline Float4 bytePixel(const uint8_t* p) { return bytesToFloat4(p) * kByteToFloat; }
 
 // A rectangle of whole pixels in image coordinates (y up): pixel (x, y) covers [x, x+1] x [y, y+1]
 // and its centre is (x + 0.5, y + 0.5).
@@ -69,25 +84,46 @@ struct ImageTile {
     void clear() const { fill(splat(0.f)); }
 };
 
-// Read-only premultiplied RGBA float pixels covering `rect`, laid out as ImageTile. Pixels outside
-// `rect` read as transparent.
+// Read-only premultiplied RGBA pixels covering `rect`: floats laid out as ImageTile, or (a byte
+// tile) the 8-bit pixels of a bitmap, read in place. pixel() and sample() read both kinds alike, a
+// byte as byte / 255; row(), at() and `pixels` are for float tiles only. Pixels outside `rect`
+// read as transparent.
 struct ConstImageTile {
     PixelRect rect;
     const float* pixels = nullptr;
     std::ptrdiff_t rowStride = 0;
+    // A byte tile's pixel (rect.x, rect.y) and the bytes from a row to the row above it (negative
+    // for a bitmap, whose rows run down in memory); null for a float tile.
+    const uint8_t* bytes = nullptr;
+    std::ptrdiff_t byteStride = 0;
 
     ConstImageTile() = default;
     ConstImageTile(const PixelRect& r, const float* p, std::ptrdiff_t stride)
         : rect(r), pixels(p), rowStride(stride) {}
     ConstImageTile(const ImageTile& t) : rect(t.rect), pixels(t.pixels), rowStride(t.rowStride) {}
+    // A byte tile whose pixel (r.x, r.y) starts at `origin`.
+    static ConstImageTile withBytes(const PixelRect& r, const uint8_t* origin, std::ptrdiff_t stride) {
+        ConstImageTile tile;
+        tile.rect = r;
+        tile.bytes = origin;
+        tile.byteStride = stride;
+        return tile;
+    }
 
+    bool isBytes() const { return bytes != nullptr; }
     const float* row(int y) const { return pixels + (y - rect.y) * rowStride; }
     const float* at(int x, int y) const { return row(y) + std::ptrdiff_t(x - rect.x) * 4; }
+    // A byte tile's pixel (x, y).
+    const uint8_t* byteAt(int x, int y) const {
+        return bytes + std::ptrdiff_t(y - rect.y) * byteStride + std::ptrdiff_t(x - rect.x) * 4;
+    }
     bool containsPixel(int x, int y) const {
         return x >= rect.x && y >= rect.y && x < rect.maxX() && y < rect.maxY();
     }
+    // Pixel (x, y), which must lie inside rect.
+    Float4 pixelInside(int x, int y) const { return bytes ? bytePixel(byteAt(x, y)) : loadFloat4(at(x, y)); }
     // Pixel (x, y), transparent outside rect.
-    Float4 pixel(int x, int y) const { return containsPixel(x, y) ? loadFloat4(at(x, y)) : splat(0.f); }
+    Float4 pixel(int x, int y) const { return containsPixel(x, y) ? pixelInside(x, y) : splat(0.f); }
     // Bilinear sample at point (px, py) of image space (pixel centres at +0.5), transparent
     // beyond rect.
     Float4 sample(float px, float py) const {

@@ -154,6 +154,8 @@ public:
     void render(RenderPass& pass, const ImageTile& out) const override;
 
 private:
+    bool readsBytes(size_t index) const;
+
     std::shared_ptr<const ImageKernel> _kernel;
 };
 

@@ -14,22 +14,10 @@ namespace qm {
 // Small per-pixel helpers shared by the node implementations. The conversions between bytes and
 // floats use SSE2 (part of every x86-64) where the compiler offers it.
 
-using Int4 = int32_t __attribute__((vector_size(16)));
-using Byte4 = uint8_t __attribute__((vector_size(4)));
-
-constexpr float kByteToFloat = 1.f / 255.f;
-
 // floor(v) as an int, for |v| < 2^31, without a library call.
 inline int fastFloor(float v) {
     const int i = int(v);
     return i - (float(i) > v);
-}
-
-// Four bytes as 0..255 floats.
-inline Float4 bytesToFloat4(const uint8_t* p) {
-    Byte4 b;
-    std::memcpy(&b, p, 4);
-    return __builtin_convertvector(__builtin_convertvector(b, Int4), Float4);
 }
 
 inline Float4 clampFloat4(Float4 v, Float4 lo, Float4 hi) {

@@ -1,8 +1,13 @@
 #include "platform/image/PixelRows.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "platform/image/PixelMath.h"
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #if defined(__x86_64__) && !defined(__clang__)
 #define QM_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
@@ -125,6 +130,31 @@ QM_ROW_KERNEL void enlargeRow(const float* source, int first, int factor, int x,
     }
 }
 
+QM_ROW_KERNEL void convolveRow(const float* src, float* dst, int count, const float* weights, int taps) {
+    int i = 0;
+    for (; i + 2 <= count; i += 2) {
+        Float8 sum{};
+        const float* p = src + 4 * i;
+        for (int t = 0; t < taps; ++t) sum += load8(p + 4 * t) * weights[t];
+        store8(dst + 4 * i, sum);
+    }
+    if (i < count) {
+        Float4 sum = splat(0.f);
+        const float* p = src + 4 * i;
+        for (int t = 0; t < taps; ++t) sum += loadFloat4(p + 4 * t) * weights[t];
+        storeFloat4(dst + 4 * i, sum);
+    }
+}
+
+QM_ROW_KERNEL void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps) {
+    std::fill(dst, dst + floats, 0.f);
+    for (int t = 0; t < taps; ++t) {
+        const float w = weights[t];
+        const float* src = rows[t];
+        for (int i = 0; i < floats; ++i) dst[i] += w * src[i];
+    }
+}
+
 QM_ROW_KERNEL void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u,
                            uint8_t* v) {
     // Y = 16 + 219 * luma; U, V = 128 + 224 * (B or R - luma) / (1.8556 or 1.5748).
@@ -139,7 +169,53 @@ QM_ROW_KERNEL void yuvRows(const float* upper, const float* lower, int width, ui
     };
     auto toByte = [](float f) { return uint8_t(f < 0 ? 0 : f > 255 ? 255 : int(f + 0.5f)); };
     auto luma = [&](Float8 p, int n) { return 16.f + p[4 * n] * weights[0] + p[4 * n + 1] * weights[1] + p[4 * n + 2] * weights[2]; };
+    // Eight pixels of a row as planes of red, green and blue.
+    struct Planes {
+        Float8 r, g, b;
+    };
+    auto planes = [&](const float* p) {
+        const Float8 p01 = clamp(load8(p)), p23 = clamp(load8(p + 8)), p45 = clamp(load8(p + 16)), p67 = clamp(load8(p + 24));
+        const Float8 rg0 = __builtin_shufflevector(p01, p23, 0, 4, 8, 12, 1, 5, 9, 13);
+        const Float8 rg1 = __builtin_shufflevector(p45, p67, 0, 4, 8, 12, 1, 5, 9, 13);
+        const Float8 b0 = __builtin_shufflevector(p01, p23, 2, 6, 10, 14, 2, 6, 10, 14);
+        const Float8 b1 = __builtin_shufflevector(p45, p67, 2, 6, 10, 14, 2, 6, 10, 14);
+        return Planes{__builtin_shufflevector(rg0, rg1, 0, 1, 2, 3, 8, 9, 10, 11),
+                      __builtin_shufflevector(rg0, rg1, 4, 5, 6, 7, 12, 13, 14, 15),
+                      __builtin_shufflevector(b0, b1, 0, 1, 2, 3, 8, 9, 10, 11)};
+    };
+    using Int8 = int32_t __attribute__((vector_size(32)));
+    using Bytes8 = uint8_t __attribute__((vector_size(8)));
+    const Float8 lowest{}, highest = lowest + 255.f;
+    auto storeBytes = [&](uint8_t* dst, Float8 f) {
+        f = f < lowest ? lowest : f;
+        f = f > highest ? highest : f;
+        const Bytes8 bytes = __builtin_convertvector(__builtin_convertvector(f + 0.5f, Int8), Bytes8);
+        std::memcpy(dst, &bytes, sizeof bytes);
+    };
+    auto storeLuma = [&](uint8_t* dst, const Planes& p) {
+        storeBytes(dst, 16.f + p.r * weights[0] + p.g * weights[1] + p.b * weights[2]);
+    };
     int i = 0;
+    for (; i + 8 <= width; i += 8) {
+        // The same steps as the pairs below, eight pixels and four blocks at a time.
+        const Planes a = planes(upper + 4 * i);
+        const Planes b = planes(lower + 4 * i);
+        storeLuma(y0 + i, a);
+        if (y1) storeLuma(y1 + i, b);
+        // Each block's mean: its left column plus its right one (lanes 0-3; 4-7 repeat them).
+        auto blockMean = [](Float8 s) {
+            return (__builtin_shufflevector(s, s, 0, 2, 4, 6, 0, 2, 4, 6) + __builtin_shufflevector(s, s, 1, 3, 5, 7, 1, 3, 5, 7)) *
+                   0.25f;
+        };
+        const Float8 r = blockMean(a.r + b.r), g = blockMean(a.g + b.g), bl = blockMean(a.b + b.b);
+        const Float8 l = kR * r + kG * g + kB * bl;
+        // Lanes 0-3 are U of the four blocks, lanes 4-7 V.
+        const Float8 chroma = 128.f + __builtin_shufflevector(kU * (bl - l), kV * (r - l), 0, 1, 2, 3, 8, 9, 10, 11);
+        uint8_t both[8];
+        storeBytes(both, chroma);
+        std::memcpy(u + i / 2, both, 4);
+        std::memcpy(v + i / 2, both + 4, 4);
+    }
     for (; i + 2 <= width; i += 2) {
         const Float8 a = clamp(load8(upper + 4 * i));
         const Float8 b = clamp(load8(lower + 4 * i));
@@ -168,9 +244,170 @@ QM_ROW_KERNEL void yuvRows(const float* upper, const float* lower, int width, ui
     }
 }
 
-QM_ROW_KERNEL void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale,
-                                   float* out, int count) {
-    for (int i = 0; i < count; ++i, u += du, v += dv) storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
+namespace {
+
+#if defined(__SSE2__)
+// BitmapView::sample along a row that steps one whole pixel across (du = 1, dv = 0): the weights
+// are the same for every pixel, so four pixels go at a time through the same integer steps.
+// Returns how many leading pixels it wrote; the caller samples the rest.
+int sampleShiftedRow(const BitmapView& bitmap, int64_t u, int64_t v, float scale, float* out, int count) {
+    const int64_t ru = (u + 256) >> 9;
+    const int64_t rv = (v + 256) >> 9;
+    const int x0 = int(ru >> 7);
+    const int y0 = int(rv >> 7);
+    const PixelRect& b = bitmap.bounds;
+    // Each group of four reads its pixels and their right neighbours on rows y0 and y0 + 1, all
+    // inside the bounds.
+    if (x0 < b.x || y0 < b.y || y0 + 1 >= b.maxY()) return 0;
+    const int groups = std::max(0, std::min(count, b.maxX() - 1 - x0) / 4);
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i half = _mm_set1_epi16(64);
+    const __m128i wx = _mm_set1_epi16(short(ru & 127));
+    const __m128i wy = _mm_set1_epi16(short(rv & 127));
+    const __m128 factor = _mm_set1_ps(scale);
+    auto blend = [&](__m128i a, __m128i b, __m128i w) {
+        return _mm_add_epi16(a, _mm_srai_epi16(_mm_add_epi16(_mm_mullo_epi16(_mm_sub_epi16(b, a), w), half), 7));
+    };
+    auto store = [&](float* dst, __m128i h) {
+        _mm_storeu_ps(dst, _mm_mul_ps(_mm_cvtepi32_ps(_mm_unpacklo_epi16(h, zero)), factor));
+        _mm_storeu_ps(dst + 4, _mm_mul_ps(_mm_cvtepi32_ps(_mm_unpackhi_epi16(h, zero)), factor));
+    };
+    const uint8_t* lower = bitmap.at(x0, y0);
+    const uint8_t* upper = lower - bitmap.stride;
+    for (int g = 0; g < groups; ++g) {
+        auto load = [](const uint8_t* p) { return _mm_loadu_si128(reinterpret_cast<const __m128i*>(p)); };
+        const __m128i l = load(lower + 16 * g), lr = load(lower + 16 * g + 4);
+        const __m128i h = load(upper + 16 * g), hr = load(upper + 16 * g + 4);
+        // Vertical blends of each pixel and of its right neighbour, then across.
+        const __m128i left0 = blend(_mm_unpacklo_epi8(l, zero), _mm_unpacklo_epi8(h, zero), wy);
+        const __m128i left1 = blend(_mm_unpackhi_epi8(l, zero), _mm_unpackhi_epi8(h, zero), wy);
+        const __m128i right0 = blend(_mm_unpacklo_epi8(lr, zero), _mm_unpacklo_epi8(hr, zero), wy);
+        const __m128i right1 = blend(_mm_unpackhi_epi8(lr, zero), _mm_unpackhi_epi8(hr, zero), wy);
+        float* dst = out + 16 * g;
+        store(dst, blend(left0, right0, wx));
+        store(dst + 8, blend(left1, right1, wx));
+    }
+    return 4 * groups;
+}
+#endif
+
+}  // namespace
+
+#if defined(__x86_64__)
+namespace {
+
+// The general row of sampleBitmapRow with AVX2, two pixels at a time through the same integer
+// steps as bilinearBytes (lanes 0-7 of each register hold one pixel's two source pixels, lanes
+// 8-15 the other's). Pairs that reach beyond the bounds are sampled one by one.
+__attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du,
+                                                   int64_t dv, float scale, float* out, int count) {
+    const PixelRect& b = bitmap.bounds;
+    const __m256i half = _mm256_set1_epi16(64);
+    // Spread the packed weights (wy of each pixel, then wx of each) over their lanes.
+    const __m256i pickY = _mm256_setr_epi8(0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3,
+                                           2, 3, 2, 3, 2, 3);
+    const __m256i pickX = _mm256_setr_epi8(4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 6, 7, 6, 7, 6, 7, 6, 7, 6, 7,
+                                           6, 7, 6, 7, 6, 7);
+    const __m256 factor = _mm256_set1_ps(scale);
+    auto inside = [&](int x, int y) {
+        return unsigned(x - b.x) < unsigned(b.width - 1) && unsigned(y - b.y) < unsigned(b.height - 1);
+    };
+    int i = 0;
+    for (; i + 2 <= count; i += 2, u += 2 * du, v += 2 * dv) {
+        const int64_t ru0 = (u + 256) >> 9;
+        const int64_t rv0 = (v + 256) >> 9;
+        const int64_t ru1 = (u + du + 256) >> 9;
+        const int64_t rv1 = (v + dv + 256) >> 9;
+        const int x0 = int(ru0 >> 7), y0 = int(rv0 >> 7);
+        const int x1 = int(ru1 >> 7), y1 = int(rv1 >> 7);
+        if (!inside(x0, y0) || !inside(x1, y1)) {
+            storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
+            storeFloat4(out + 4 * i + 4, bitmap.sample(u + du, v + dv) * scale);
+            continue;
+        }
+        const uint8_t* lower0 = bitmap.at(x0, y0);
+        const uint8_t* lower1 = bitmap.at(x1, y1);
+        auto load = [](const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); };
+        const __m256i a = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(lower0), load(lower1)));
+        const __m256i c = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(lower0 - bitmap.stride), load(lower1 - bitmap.stride)));
+        const uint64_t packed = uint64_t(rv0 & 127) | uint64_t(rv1 & 127) << 16 | uint64_t(ru0 & 127) << 32 |
+                                uint64_t(ru1 & 127) << 48;
+        const __m256i weights = _mm256_set1_epi64x(int64_t(packed));
+        const __m256i wy = _mm256_shuffle_epi8(weights, pickY);
+        const __m256i wx = _mm256_shuffle_epi8(weights, pickX);
+        const __m256i vertical =
+            _mm256_add_epi16(a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), wy), half), 7));
+        const __m256i right = _mm256_srli_si256(vertical, 8);
+        const __m256i h = _mm256_add_epi16(
+            vertical, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(right, vertical), wx), half), 7));
+        // Lanes 0-3 and 8-11 hold the two pixels.
+        const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
+        _mm256_storeu_ps(out + 4 * i, _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), factor));
+    }
+    if (i < count) storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
+}
+
+}  // namespace
+#endif
+
+#if defined(__x86_64__)
+namespace {
+
+// Two premultiplied pixels clamped to 0..1 and scaled to rounded bytes, as 32-bit integers. min
+// and max take their second operand when either is NaN, as the comparisons in floatsToBytes do.
+__attribute__((target("avx2"))) inline __m256i twoPixelsToIntegers(const float* p) {
+    const __m256 clamped = _mm256_min_ps(_mm256_set1_ps(1.f), _mm256_max_ps(_mm256_setzero_ps(), _mm256_loadu_ps(p)));
+    return _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(clamped, _mm256_set1_ps(255.f)), _mm256_set1_ps(0.5f)));
+}
+
+// premultipliedToBytes with AVX2, eight pixels at a time through the same steps as floatsToBytes.
+// Returns how many pixels it wrote.
+__attribute__((target("avx2"))) int premultipliedToBytesAVX2(const float* src, uint8_t* dst, int count) {
+    // Packing works within each 128-bit half; this puts the eight pixels back in order.
+    const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    int i = 0;
+    for (; i + 8 <= count; i += 8) {
+        const float* p = src + 4 * i;
+        const __m256i low = _mm256_packs_epi32(twoPixelsToIntegers(p), twoPixelsToIntegers(p + 8));
+        const __m256i high = _mm256_packs_epi32(twoPixelsToIntegers(p + 16), twoPixelsToIntegers(p + 24));
+        const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(low, high), order);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * i), bytes);
+    }
+    return i;
+}
+
+}  // namespace
+#endif
+
+void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
+    int i = 0;
+#if defined(__x86_64__)
+    static const bool hasAVX2 = __builtin_cpu_supports("avx2");
+    if (hasAVX2) i = premultipliedToBytesAVX2(src, dst, count);
+#endif
+    floatsToBytes(src + 4 * i, dst + 4 * i, count - i, false, false);
+}
+
+void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale, float* out,
+                     int count) {
+    int i = 0;
+#if defined(__SSE2__)
+    if (du == 65536 && dv == 0) {
+        // Pixels left of the bounds first, one by one.
+        for (; i < count && ((u + 256) >> 16) < bitmap.bounds.x; ++i, u += du) storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
+        const int done = sampleShiftedRow(bitmap, u, v, scale, out + 4 * i, count - i);
+        i += done;
+        u += done * du;
+    }
+#endif
+#if defined(__x86_64__)
+    static const bool hasAVX2 = __builtin_cpu_supports("avx2");
+    if (hasAVX2) {
+        sampleRowAVX2(bitmap, u, v, du, dv, scale, out + 4 * i, count - i);
+        return;
+    }
+#endif
+    for (; i < count; ++i, u += du, v += dv) storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
 }
 
 }  // namespace qm

@@ -10,8 +10,8 @@
 namespace qm {
 
 // Loops over rows of premultiplied RGBA float pixels that every render runs many times. They work
-// on two pixels at a time and are built twice, for AVX2 and for plain x86-64; the loader picks the
-// one the processor supports.
+// on several pixels at a time and are built for AVX2 and for plain x86-64; the one the processor
+// supports runs. Both give the same results, bit for bit.
 
 // front = front + back * (1 - front alpha)
 void compositeUnder(float* front, const float* back, int count);
@@ -29,6 +29,14 @@ void mixRows(const float* a, const float* b, float t, float* out, int floats);
 // Enlarges `source` (a row of reduced pixels, the first standing at reduced index `first`) by
 // `factor`: out pixel i (at output index x + i) blends reduced positions (x + i + 0.5) / factor - 0.5.
 void enlargeRow(const float* source, int first, int factor, int x, float* out, int count);
+
+// dst[i] = sum over t of weights[t] * src[i + t], for `count` pixels; src holds count + taps - 1
+// pixels.
+void convolveRow(const float* src, float* dst, int count, const float* weights, int taps);
+// dst = sum over t of weights[t] * rows[t], lane by lane over `floats` floats.
+void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps);
+// `count` premultiplied pixels to RGBA8 as floatsToBytes(src, dst, count, false, false) does.
+void premultipliedToBytes(const float* src, uint8_t* dst, int count);
 
 // Two rows of `width` pixels (`lower` may be `upper` for a last single row) to BT.709
 // limited-range YUV: Y of each into y0 and y1 (y1 null: none), U and V of each 2 x 2 block into u

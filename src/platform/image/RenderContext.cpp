@@ -17,6 +17,10 @@ namespace {
 
 // One row of premultiplied float pixels to 8-bit memory.
 void storeRow(const float* src, uint8_t* dst, int count, PixelFormat format) {
+    if (format == PixelFormat::RGBA8Premultiplied) {
+        premultipliedToBytes(src, dst, count);
+        return;
+    }
     const bool straight = format == PixelFormat::RGBA8 || format == PixelFormat::BGRA8;
     const bool bgra = format == PixelFormat::BGRA8Premultiplied || format == PixelFormat::BGRA8;
     floatsToBytes(src, dst, count, straight, bgra);

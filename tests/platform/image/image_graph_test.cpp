@@ -234,3 +234,43 @@ TEST(ImageKernelTest, RenderingDoesNotDependOnTilesOrThreads) {
     const RenderedPixels b = renderPixels(chain, all, 256, 2);
     EXPECT_EQ(a.data, b.data);
 }
+
+TEST(ImageKernelTest, BitmapInputsReadInPlaceGiveTheSamePixels) {
+    // The same kernel reading its inputs as floats and, where they are bitmaps, in place: point
+    // reads, bilinear samples between pixels and reads beyond the edges agree exactly.
+    const auto makeKernel = [](bool bytes, std::shared_ptr<std::atomic<int>> byteTiles) {
+        auto kernel = std::make_shared<ImageKernel>();
+        kernel->name = "sample";
+        kernel->extent = [](std::span<const Rect> e) { return e[0].unionWith(e[1]).insetBy(-2, -2); };
+        kernel->regionOfInterest = [](size_t, const Rect& r) { return r.insetBy(-2, -2); };
+        kernel->wholeInputs = {false, true};
+        kernel->byteInputs = {bytes, bytes};
+        kernel->render = [byteTiles](const ImageTile& out, std::span<const ConstImageTile> in) {
+            for (const ConstImageTile& tile : in) *byteTiles += tile.isBytes();
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y)
+                for (int x = out.rect.x; x < out.rect.maxX(); ++x) {
+                    const Float4 p = in[0].pixel(x + 1, y - 1) * 0.5f + in[1].sample(x + 0.8f, y + 0.35f) * 0.5f;
+                    storeFloat4(out.at(x, y), p);
+                }
+        };
+        return kernel;
+    };
+    const Image picture = Image::imageWithBitmap(patternBitmap(40, 30));
+    const Image crop = picture.cropped(Rect{5, 4, 20, 17});
+    for (const Image& second : {picture, crop, picture.colorControls(0.1, 1.2, 0.8)}) {
+        const auto floatTiles = std::make_shared<std::atomic<int>>(0);
+        const auto byteTiles = std::make_shared<std::atomic<int>>(0);
+        const Image asFloats = applyKernel(makeKernel(false, floatTiles), {crop, second});
+        const Image inPlace = applyKernel(makeKernel(true, byteTiles), {crop, second});
+        const PixelRect all = PixelRect::enclosing(asFloats.extent());
+        EXPECT_EQ(renderPixels(asFloats, all, 16).data, renderPixels(inPlace, all, 16).data);
+        EXPECT_EQ(*floatTiles, 0);
+        EXPECT_GT(*byteTiles, 0);
+    }
+    // The computed input (colour controls) still arrives as floats, rendered once for all tiles.
+    const auto byteTiles = std::make_shared<std::atomic<int>>(0);
+    RecordingSource source;
+    const Image mixed = applyKernel(makeKernel(true, byteTiles), {picture, source.image(Rect{0, 0, 40, 30})});
+    renderPixels(mixed, {0, 0, 40, 30}, 16);
+    EXPECT_EQ(source.pixelsRendered(), 40 * 30);
+}

@@ -40,6 +40,30 @@ TEST(ImageCompositingTest, SourceOverAddsTheBackgroundUnderTheForegroundsAlpha) 
     expectPixelNear(pixels.at(3, 0), {0, 0, 0, 0}, kExact);
 }
 
+TEST(ImageCompositingTest, SourceOverAPictureWithColourStages) {
+    // The background is a picture through colour controls and a fade; the composite is the
+    // per-pixel formula over the separately rendered layers.
+    const auto picture = makeBitmap(70, 50, [](int x, int row) {
+        return std::array<uint8_t, 4>{uint8_t(x * 3), uint8_t(row * 5), uint8_t(120 + x - row), uint8_t(200 + (x % 2) * 55)};
+    });
+    ColorMatrix fade;
+    fade.a = {0, 0, 0, 0.7f};
+    const Image background = Image::imageWithBitmap(picture).colorControls(0.1, 1.2, 0.7).colorMatrix(fade);
+    const Image foreground = colorSquare(Color{0.2, 0.9, 0.1, 0.6}, Rect{10, 5, 80, 30});
+    const PixelRect all{0, 0, 90, 50};
+    const RenderedPixels front = renderPixels(foreground, all);
+    const RenderedPixels back = renderPixels(background, all);
+    const RenderedPixels both = renderPixels(sourceOver(foreground, background), all, 32);
+    for (int y = 0; y < all.height; y += 3)
+        for (int x = 0; x < all.width; x += 2) {
+            const Pixel f = front.at(x, y);
+            const Pixel b = back.at(x, y);
+            Pixel expected;
+            for (size_t c = 0; c < 4; ++c) expected[c] = f[c] + b[c] * (1 - f[3]);
+            expectPixelNear(both.at(x, y), expected, kExact);
+        }
+}
+
 TEST(ImageCompositingTest, SourceInKeepsTheForegroundWhereTheBackgroundIs) {
     const auto mask = makeBitmap(3, 1, [](int x, int) {
         const uint8_t a = uint8_t(x * 100);

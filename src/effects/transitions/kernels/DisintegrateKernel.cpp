@@ -71,19 +71,27 @@ Image disintegrateWithMaskTransition(const Image& from, const Image& to, double 
             const PixelRect shifted{out.rect.x - offsetX, out.rect.y - offsetY, out.rect.width, out.rect.height};
             grid.fill(in[2], out.rect.unionWith(shifted).outsetBy(1, 1));
         }
-        fillTile(out, [&](int y, float) {
+        fillTileWithCopies(out, in, [&](int y, float) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
             const bool between = t > 0.0f && t < 1.0f;
             const float* here = between ? grid.row(y) : nullptr;
             const float* caster = between ? grid.row(y - offsetY) : nullptr;
-            return [&, a, b, here, caster](int x, float) {
-                if (t <= 0.0f) return a(x);
-                if (t >= 1.0f) return b(x);
+            return [&, a, b, here, caster](int x, float, Float4& value) {
+                if (t <= 0.0f) return 0;
+                if (t >= 1.0f) return 1;
                 const float remains = grid.ramp(here, x, t, 1.0f);
+                // Where the from image remains opaque it hides the target and its shadow.
+                const Float4 top = remains > 0.0f ? a(x) * remains : splat(0.0f);
+                if (top[3] == 1.0f) {
+                    value = top;
+                    return -1;
+                }
                 const float shadow = density * smooth01(grid.ramp(caster, x - offsetX, t, softness));
+                if (shadow == 0.0f && remains <= 0.0f) return 1;
                 const Float4 target = b(x) * (1.0f - shadow) + Float4{0, 0, 0, shadow};
-                return over(a(x) * remains, target);
+                value = over(top, target);
+                return -1;
             };
         });
     };

@@ -134,16 +134,17 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
         thread_local CoarseField share;
         const bool between = t > 0.0f && t < 1.0f;
         if (between) share.fill(out.rect, 2, targetShare);
-        fillTile(out, [&](int y, float) {
+        fillTileWithCopies(out, in, [&](int y, float) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
             const CoarseField::Row row = between ? share.row(y) : CoarseField::Row{};
-            return [=](int x, float) {
-                if (!between) return t <= 0.0f ? a(x) : b(x);
+            return [=](int x, float, Float4& value) {
+                if (!between) return t <= 0.0f ? 0 : 1;
                 const float w = row(x);
-                if (w <= 0.0f) return a(x);
-                if (w >= 1.0f) return b(x);
-                return mix(a(x), b(x), w);
+                if (w <= 0.0f) return 0;
+                if (w >= 1.0f) return 1;
+                value = mix(a(x), b(x), w);
+                return -1;
             };
         });
     };

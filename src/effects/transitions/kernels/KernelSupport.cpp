@@ -1,6 +1,27 @@
 #include "effects/transitions/kernels/KernelSupport.h"
 
+#include <array>
+#include <cstring>
+
 namespace qm::kernels {
+
+float* rowBuffer(int pixels) {
+    thread_local std::array<std::vector<float>, kRowBuffers> buffers;
+    thread_local size_t next = 0;
+    std::vector<float>& buffer = buffers[next++ % buffers.size()];
+    if (buffer.size() < size_t(pixels) * 4) buffer.resize(size_t(pixels) * 4);
+    return buffer.data();
+}
+
+void copyRow(const ConstImageTile& tile, int y, int x0, int x1, float* dst) {
+    const PixelRect& r = tile.rect;
+    if (y < r.y || y >= r.maxY() || x0 < r.x || x1 > r.maxX()) {
+        for (int x = x0; x < x1; ++x) storeFloat4(dst + 4 * (x - x0), tile.pixel(x, y));
+        return;
+    }
+    if (tile.bytes) bytesToFloats(tile.byteAt(x0, y), dst, x1 - x0);
+    else std::memcpy(dst, tile.at(x0, y), sizeof(float) * 4 * size_t(x1 - x0));
+}
 
 Span projectRect(const Rect& rect, double dx, double dy) {
     const double xs[2] = {rect.minX(), rect.maxX()};
@@ -37,8 +58,7 @@ SphereShading::SphereShading(const ConstImageTile& tile, const Rect& extent)
 
 Float4 SphereShading::apply(Float4 color, float nx, float ny) const {
     const Float4 light = sampleBilinear(*_tile, _cx + nx * _rx, _cy + ny * _ry) - _flat;
-    Float4 result = color + light * color[3];
-    for (int c = 0; c < 3; ++c) result[c] = std::clamp(result[c], 0.0f, color[3]);
+    Float4 result = minFloat4(maxFloat4(color + light * color[3], splat(0.0f)), splat(color[3]));
     result[3] = color[3];
     return result;
 }
@@ -47,6 +67,7 @@ std::shared_ptr<ImageKernel> transitionKernel(std::string name) {
     auto kernel = std::make_shared<ImageKernel>();
     kernel->name = std::move(name);
     kernel->extent = unionOfFromAndTo;
+    kernel->byteInputs = {true, true, true};
     return kernel;
 }
 

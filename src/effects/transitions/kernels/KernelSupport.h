@@ -6,12 +6,14 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/Color.h"
 #include "platform/Geometry.h"
 #include "platform/image/ImageKernel.h"
 #include "platform/image/ImageTile.h"
+#include "platform/image/PixelMath.h"
 
 // Small pieces shared by the transition kernels.
 namespace qm::kernels {
@@ -43,12 +45,6 @@ inline Float4 over(Float4 top, Float4 bottom) {
     return top + bottom * (1.0f - top[3]);
 }
 
-// floor() for values well inside the int range, without a library call.
-inline int fastFloor(float v) {
-    const int i = int(v);
-    return i - (v < float(i));
-}
-
 // sin(2 pi turns), to about 0.001.
 inline float sinOfTurns(float turns) {
     const float s = turns - float(fastFloor(turns + 0.5f));  // -0.5 .. 0.5
@@ -62,6 +58,19 @@ inline float asinOfUnit(float v) {
     return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
 }
 
+// The four pixels (x0, y0), (x0 + 1, y0), (x0, y0 + 1), (x0 + 1, y0 + 1) of a tile that holds
+// them all, blended by tx across and ty up. Bytes are blended in integer steps of 1/128 pixel, as
+// transforms of bitmaps are, which rounds a little differently from ConstImageTile::sample.
+inline Float4 blendInside(const ConstImageTile& tile, int x0, int y0, float tx, float ty) {
+    if (tile.bytes) {
+        const uint8_t* p = tile.byteAt(x0, y0);
+        return bilinearBytes(p, p + tile.byteStride, int(tx * 128.0f + 0.5f), int(ty * 128.0f + 0.5f)) * kByteToFloat;
+    }
+    const float* p = tile.at(x0, y0);
+    const float* q = p + tile.rowStride;
+    return mix(mix(loadFloat4(p), loadFloat4(p + 4), tx), mix(loadFloat4(q), loadFloat4(q + 4), tx), ty);
+}
+
 // Bilinear sample at point (px, py) as ConstImageTile::sample, with one bounds test when the four
 // pixels lie inside the tile.
 inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
@@ -71,35 +80,21 @@ inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
     const int y0 = fastFloor(v);
     const PixelRect& r = tile.rect;
     if (x0 < r.x || y0 < r.y || x0 + 1 >= r.maxX() || y0 + 1 >= r.maxY()) return tile.sample(px, py);
-    const float tx = u - float(x0);
-    const float ty = v - float(y0);
-    const float* p = tile.at(x0, y0);
-    const float* q = p + tile.rowStride;
-    return mix(mix(loadFloat4(p), loadFloat4(p + 4), tx), mix(loadFloat4(q), loadFloat4(q + 4), tx), ty);
+    return blendInside(tile, x0, y0, u - float(x0), v - float(y0));
 }
 
-// mix(sample of a, sample of b, t) at the same point, sharing the interpolation weights, for two
-// tiles over the same pixels.
+// mix(sample of a, sample of b, t) at the same point.
 inline Float4 sampleMix(const ConstImageTile& a, const ConstImageTile& b, float px, float py, float t) {
     const float u = px - 0.5f;
     const float v = py - 0.5f;
     const int x0 = fastFloor(u);
     const int y0 = fastFloor(v);
-    const PixelRect& r = a.rect;
-    if (!(r == b.rect) || x0 < r.x || y0 < r.y || x0 + 1 >= r.maxX() || y0 + 1 >= r.maxY())
+    if (!a.containsPixel(x0, y0) || !a.containsPixel(x0 + 1, y0 + 1) || !b.containsPixel(x0, y0) ||
+        !b.containsPixel(x0 + 1, y0 + 1))
         return mix(a.sample(px, py), b.sample(px, py), t);
     const float tx = u - float(x0);
     const float ty = v - float(y0);
-    const std::ptrdiff_t offset = (std::ptrdiff_t(y0 - r.y)) * a.rowStride + std::ptrdiff_t(x0 - r.x) * 4;
-    const std::ptrdiff_t offsetB = (std::ptrdiff_t(y0 - r.y)) * b.rowStride + std::ptrdiff_t(x0 - r.x) * 4;
-    const float* p = a.pixels + offset;
-    const float* q = b.pixels + offsetB;
-    const Float4 top = mix(loadFloat4(p), loadFloat4(p + 4), tx) * (1.0f - t) + mix(loadFloat4(q), loadFloat4(q + 4), tx) * t;
-    p += a.rowStride;
-    q += b.rowStride;
-    const Float4 bottom =
-        mix(loadFloat4(p), loadFloat4(p + 4), tx) * (1.0f - t) + mix(loadFloat4(q), loadFloat4(q + 4), tx) * t;
-    return mix(top, bottom, ty);
+    return mix(blendInside(a, x0, y0, tx, ty), blendInside(b, x0, y0, tx, ty), t);
 }
 
 // The least and greatest of dot(corner, (dx, dy)) over the corners of `rect`.
@@ -121,26 +116,55 @@ inline Rect outset(const Rect& rect, double d) {
 // The bounding box of `rect` and of `rect` moved by each of `shifts`.
 Rect unionOfShifted(const Rect& rect, std::span<const Point> shifts);
 
-// One row of an input tile: a plain load where the tile covers the requested span of the row,
-// the tile's bounds-checked read (transparent outside) elsewhere.
+// A float row of `pixels` pixels, from a small per-thread ring: each call takes the next buffer,
+// so up to kRowBuffers rows (RowReaders of byte tiles included) in use at once stay apart.
+constexpr int kRowBuffers = 16;
+float* rowBuffer(int pixels);
+
+// Pixels x0 <= x < x1 of one row of an input tile: plain loads where the tile covers that span,
+// the tile's bounds-checked read (transparent outside) elsewhere. A byte tile's pixels are
+// converted one by one for the first few reads and then, for a row read more fully, all at once
+// into a row buffer.
 class RowReader {
 public:
-    RowReader(const ConstImageTile& tile, int y, int x0, int x1) : _tile(&tile), _y(y) {
+    RowReader(const ConstImageTile& tile, int y, int x0, int x1) : _tile(&tile), _y(y), _x0(x0), _x1(x1) {
         const PixelRect& r = tile.rect;
-        if (y >= r.y && y < r.maxY() && x0 >= r.x && x1 <= r.maxX()) {
+        _covered = y >= r.y && y < r.maxY() && x0 >= r.x && x1 <= r.maxX();
+        if (_covered && !tile.bytes) {
             _row = tile.row(y);
-            _x0 = r.x;
+            _origin = r.x;
         }
     }
     Float4 operator()(int x) const {
-        return _row ? loadFloat4(_row + std::ptrdiff_t(x - _x0) * 4) : _tile->pixel(x, _y);
+        if (!_row) {
+            if (!_covered) return _tile->pixel(x, _y);
+            if (_singleReads < kSingleReads) {
+                ++_singleReads;
+                return bytePixel(_tile->byteAt(x, _y));
+            }
+            convert();
+        }
+        return loadFloat4(_row + std::ptrdiff_t(x - _origin) * 4);
     }
 
 private:
+    void convert() const {
+        float* row = rowBuffer(_x1 - _x0);
+        bytesToFloats(_tile->byteAt(_x0, _y), row, _x1 - _x0);
+        _row = row;
+        _origin = _x0;
+    }
+
     const ConstImageTile* _tile;
     int _y;
-    const float* _row = nullptr;
-    int _x0 = 0;
+    int _x0;
+    int _x1;
+    bool _covered = false;
+    static constexpr int kSingleReads = 8;
+
+    mutable const float* _row = nullptr;  // the pixel at _origin
+    mutable int _origin = 0;
+    mutable int _singleReads = 0;
 };
 
 // Fills every pixel of `out`. For each row, `rowSetup(y, cy)` gives the row's pixel function,
@@ -154,15 +178,57 @@ void fillTile(const ImageTile& out, RowSetup&& rowSetup) {
     }
 }
 
+// Pixels x0 <= x < x1 of row y of `tile` into `dst` (pixel x0 first): the values RowReader and
+// pixel() give, copied in bulk where the tile covers the span.
+void copyRow(const ConstImageTile& tile, int y, int x0, int x1, float* dst);
+
+// Fills every pixel of `out`, copying runs of pixels straight from an input. For each row,
+// `wholeRow(y, cy)` gives the index of the input whose pixels the whole row shows, or -1; for the
+// other rows `rowSetup(y, cy)` gives the row's pixel function, which `pixel(x, cx, value)` calls
+// for each pixel: it returns the index of the input whose pixel (x, y) is the result, or -1 after
+// setting `value`.
+template <class WholeRow, class RowSetup>
+void fillTileWithCopies(const ImageTile& out, std::span<const ConstImageTile> in, WholeRow&& wholeRow,
+                        RowSetup&& rowSetup) {
+    const int first = out.rect.x;
+    const int end = out.rect.maxX();
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+        float* row = out.row(y);
+        if (const int source = wholeRow(y, float(y) + 0.5f); source >= 0) {
+            copyRow(in[size_t(source)], y, first, end, row);
+            continue;
+        }
+        auto pixel = rowSetup(y, float(y) + 0.5f);
+        // The run of pixels copied from input `runSource` (none while negative) since runStart.
+        int runSource = -1;
+        int runStart = first;
+        for (int x = first; x < end; ++x) {
+            Float4 value = splat(0.0f);
+            const int source = pixel(x, float(x) + 0.5f, value);
+            if (source != runSource) {
+                if (runSource >= 0) copyRow(in[size_t(runSource)], y, runStart, x, row + 4 * (runStart - first));
+                runSource = source;
+                runStart = x;
+            }
+            if (source < 0) storeFloat4(row + 4 * (x - first), value);
+        }
+        if (runSource >= 0) copyRow(in[size_t(runSource)], y, runStart, end, row + 4 * (runStart - first));
+    }
+}
+
+// fillTileWithCopies for kernels whose rows are never one input's pixels throughout.
+template <class RowSetup>
+void fillTileWithCopies(const ImageTile& out, std::span<const ConstImageTile> in, RowSetup&& rowSetup) {
+    fillTileWithCopies(out, in, [](int, float) { return -1; }, std::forward<RowSetup>(rowSetup));
+}
+
 // A scalar function evaluated every 2^shift pixels over a tile and read back bilinearly at each
 // pixel: for smooth fields that cost far more to evaluate than to interpolate.
 class CoarseField {
 public:
-    // The values of one pixel row.
+    // The values of one pixel row: the field between two grid rows, interpolated across.
     struct Row {
-        const float* top;
-        const float* bottom;
-        float ty;
+        const float* values;
         int x0;
         int shift;
         float inverseStep;
@@ -171,9 +237,7 @@ public:
             const int dx = x - x0;
             const int i = dx >> shift;
             const float tx = float(dx & ((1 << shift) - 1)) * inverseStep;
-            const float a = top[i] + (top[i + 1] - top[i]) * tx;
-            const float b = bottom[i] + (bottom[i + 1] - bottom[i]) * tx;
-            return a + (b - a) * ty;
+            return values[i] + (values[i + 1] - values[i]) * tx;
         }
     };
 
@@ -189,6 +253,7 @@ public:
         _columns = ((rect.maxX() - 1 - _x) >> shift) + 2;
         const int rows = ((rect.maxY() - 1 - _y) >> shift) + 2;
         _values.resize(size_t(_columns) * size_t(rows));
+        _row.resize(size_t(_columns));
         float* value = _values.data();
         for (int j = 0; j < rows; ++j) {
             const float cy = float(_y + j * step) + 0.5f;
@@ -196,11 +261,15 @@ public:
         }
     }
 
-    Row row(int y) const {
+    // Pixel row y, which must lie in the filled rect. Valid until the next call.
+    Row row(int y) {
         const int dy = y - _y;
         const float* top = _values.data() + size_t(dy >> _shift) * size_t(_columns);
+        const float* bottom = top + _columns;
         const float inverseStep = 1.0f / float(1 << _shift);
-        return {top, top + _columns, float(dy & ((1 << _shift) - 1)) * inverseStep, _x, _shift, inverseStep};
+        const float ty = float(dy & ((1 << _shift) - 1)) * inverseStep;
+        for (int i = 0; i < _columns; ++i) _row[size_t(i)] = top[i] + (bottom[i] - top[i]) * ty;
+        return {_row.data(), _x, _shift, inverseStep};
     }
 
 private:
@@ -209,6 +278,7 @@ private:
     int _shift = 0;
     int _columns = 0;
     std::vector<float> _values;
+    std::vector<float> _row;
 };
 
 // Light from a shading image, a shaded sphere filling its square: the surface normal with
@@ -230,9 +300,8 @@ private:
 
 // `color` (premultiplied) with red, green and blue scaled by `factor`, limited to alpha.
 inline Float4 shaded(Float4 color, float factor) {
-    Float4 result = color * factor;
+    Float4 result = minFloat4(color * factor, splat(color[3]));
     result[3] = color[3];
-    for (int c = 0; c < 3; ++c) result[c] = std::min(result[c], color[3]);
     return result;
 }
 

@@ -11,11 +11,13 @@
 // last corner (time 1). On a page shorter than 2 pi r along d the radius shrinks to fit, so that
 // small pictures (thumbnails) still show the curl.
 #include <cmath>
+#include <cstdint>
 #include <numbers>
 #include <optional>
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
+#include "platform/image/PixelRows.h"
 
 namespace qm {
 
@@ -124,32 +126,66 @@ Rect backRegion(const CurlGeometry& g, const Rect& rect) {
 
 // Renders the curl. `shade(color, n, cosine)` lights a curved surface whose normal has the
 // in-plane part n along d and the upward part `cosine`; `onTarget(color, cx, cy, u)` gives the
-// target where no page lies over it.
+// target where no page lies over it, which below u = plainTarget is the target unchanged.
 template <class Shade, class OnTarget>
 void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in, const Shade& shade,
-                const OnTarget& onTarget) {
+                const OnTarget& onTarget, float plainTarget) {
     const ConstImageTile& front = in[0];
     const ConstImageTile& back = in[2];
     const float line = g.line;
     const float radius = g.radius;
     const float rollLength = kPi * radius;
-    fillTile(out, [&](int y, float cy) {
+    // The flat top part of a row mirrors the page across a line, so its samples run along a
+    // straight line through the back; where the back is a bitmap they are taken a row at a time.
+    // A point at centre x + 0.5 reads (with pixel centres on whole numbers) U + x dU, V + x dV.
+    const bool rowsOfBack = back.isBytes() && g.t > 0.0f && g.t < 1.0f;
+    const BitmapView backView{rowsOfBack ? back.byteAt(0, 0) : nullptr, -back.byteStride, back.rect};
+    const int64_t stepU = std::llround((1.0 - 2.0 * double(g.dx) * g.dx) * 65536);
+    const int64_t stepV = std::llround(-2.0 * double(g.dx) * g.dy * 65536);
+    // u grows or falls steadily along a row, so a row whose ends lie before plainTarget lies there
+    // throughout.
+    const auto wholeRow = [&](int, float cy) {
+        if (g.t <= 0.0f) return 0;
+        if (g.t >= 1.0f) return 1;
+        const bool target = g.along(float(out.rect.x) + 0.5f, cy) < plainTarget &&
+                            g.along(float(out.rect.maxX()) - 0.5f, cy) < plainTarget;
+        return target ? 1 : -1;
+    };
+    fillTileWithCopies(out, in, wholeRow, [&](int y, float cy) {
         const RowReader a(front, y, out.rect.x, out.rect.maxX());
         const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-        return [&, a, b, cy](int x, float cx) {
-            if (g.t <= 0.0f) return a(x);
-            if (g.t >= 1.0f) return b(x);
+        const float* topRow = nullptr;  // pixel out.rect.x first
+        const float farthest = std::max(g.along(float(out.rect.x) + 0.5f, cy), g.along(float(out.rect.maxX()) - 0.5f, cy));
+        if (rowsOfBack && farthest >= line - 1.0f) {
+            const double shift = 2.0 * line - rollLength - 2.0 * ((0.5 - g.ox) * g.dx + (double(cy) - g.oy) * g.dy);
+            const int64_t u = std::llround((shift * g.dx) * 65536);
+            const int64_t v = std::llround((double(cy) - 0.5 + shift * g.dy) * 65536);
+            float* row = rowBuffer(out.rect.width);
+            sampleBitmapRow(backView, u + out.rect.x * stepU, v + out.rect.x * stepV, stepU, stepV, kByteToFloat, row,
+                            out.rect.width);
+            topRow = row;
+        }
+        return [&, a, b, cy, topRow](int x, float cx, Float4& value) {
+            if (g.t <= 0.0f) return 0;
+            if (g.t >= 1.0f) return 1;
             const float u = g.along(cx, cy);
+            if (u < plainTarget) return 1;
             if (u >= line) {
                 // The flat top part, where page material lies there, over the unrolled page.
                 const float shift = 2.0f * line - rollLength - 2.0f * u;
                 const float px = cx + shift * g.dx;
                 const float py = cy + shift * g.dy;
-                const Float4 top = g.onPage(px, py) ? sampleBilinear(back, px, py) : splat(0.0f);
-                if (top[3] >= 1.0f) return top;
+                Float4 top = splat(0.0f);
+                if (g.onPage(px, py))
+                    top = topRow ? loadFloat4(topRow + 4 * (x - out.rect.x)) : sampleBilinear(back, px, py);
+                if (top[3] >= 1.0f) {
+                    value = top;
+                    return -1;
+                }
                 Float4 flat = a(x);
                 if (flat[3] < 1.0f) flat = over(flat, b(x));
-                return over(top, flat);
+                value = over(top, flat);
+                return -1;
             }
             if (u >= line - radius) {
                 const float sine = std::min((line - u) / radius, 1.0f);
@@ -159,14 +195,19 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
                 const float ux = cx + upperShift * g.dx;
                 const float uy = cy + upperShift * g.dy;
                 const Float4 upper = g.onPage(ux, uy) ? shade(sampleBilinear(back, ux, uy), -sine, cosine) : splat(0.0f);
-                if (upper[3] >= 1.0f) return upper;
+                if (upper[3] >= 1.0f) {
+                    value = upper;
+                    return -1;
+                }
                 const float lowerShift = line - radius * angle - u;
                 const float lx = cx + lowerShift * g.dx;
                 const float ly = cy + lowerShift * g.dy;
                 const Float4 lower = g.onPage(lx, ly) ? shade(sampleBilinear(front, lx, ly), sine, cosine) : splat(0.0f);
-                return over(upper, over(lower, b(x)));
+                value = over(upper, over(lower, b(x)));
+                return -1;
             }
-            return onTarget(b(x), cx, cy, u);
+            value = onTarget(b(x), cx, cy, u);
+            return -1;
         };
     });
 }
@@ -186,6 +227,9 @@ Image pageCurlTransition(const Image& from, const Image& to, double time, const 
     const Rect shadingExtent = parameters.shadingImage.extent();
 
     auto kernel = transitionKernel("pageCurl");
+    // The back is read along rows (or sampled in the roll), the front and the target a pixel at
+    // a time.
+    kernel->byteInputs = {true, true, true, true};
     kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
         switch (index) {
             case 0: return frontRegion(g, rect);
@@ -202,7 +246,7 @@ Image pageCurlTransition(const Image& from, const Image& to, double time, const 
             return shading ? shading->apply(color, n * g.dx, n * g.dy) : color;
         };
         const auto onTarget = [](Float4 color, float, float, float) { return color; };
-        renderCurl(g, out, in, shade, onTarget);
+        renderCurl(g, out, in, shade, onTarget, g.line - g.radius);
     };
     std::vector<Image> inputs{from, to, parameters.backsideImage ? parameters.backsideImage : from};
     if (hasShading) inputs.push_back(parameters.shadingImage);
@@ -217,6 +261,9 @@ Image pageCurlWithShadowTransition(const Image& from, const Image& to, double ti
     const Rect caster = parameters.extent.intersection(parameters.shadowExtent);
 
     auto kernel = transitionKernel("pageCurlWithShadow");
+    // The back is read along rows (or sampled in the roll), the front and the target a pixel at
+    // a time.
+    kernel->byteInputs = {true, true, true, true};
     kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
         switch (index) {
             case 0: return frontRegion(g, rect);
@@ -236,7 +283,7 @@ Image pageCurlWithShadowTransition(const Image& from, const Image& to, double ti
             const float darkness = shadowAmount * fall * fall * cast;
             return color * (1.0f - darkness) + Float4{0, 0, 0, darkness};
         };
-        renderCurl(g, out, in, shade, onTarget);
+        renderCurl(g, out, in, shade, onTarget, g.line - g.radius - shadowLength);
     };
     return applyKernel(kernel, {from, to, parameters.backsideImage ? parameters.backsideImage : from});
 }

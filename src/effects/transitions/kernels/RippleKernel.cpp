@@ -36,6 +36,9 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
     const Rect shadingExtent = parameters.shadingImage.extent();
 
     auto kernel = transitionKernel("ripple");
+    // Outside the wave each pixel copies one picture; inside it and on the shading, samples read
+    // the bitmaps in place.
+    kernel->byteInputs = {true, true, true};
     // Only where the wave passes are the pictures read away from the pixel itself.
     auto touchesWave = [=](const Rect& rect) {
         if (t <= 0.0f || t >= 1.0f) return false;
@@ -55,17 +58,15 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
         const ConstImageTile& toTile = in[1];
         std::optional<SphereShading> shading;
         if (hasShading) shading.emplace(in[2], shadingExtent);
-        fillTile(out, [&](int y, float cy) {
-            const RowReader a(fromTile, y, out.rect.x, out.rect.maxX());
-            const RowReader b(toTile, y, out.rect.x, out.rect.maxX());
+        fillTileWithCopies(out, in, [&](int, float cy) {
             const float vy = cy - cy0;
-            return [=, &fromTile, &toTile, &shading](int x, float cx) {
-                if (t <= 0.0f) return a(x);
-                if (t >= 1.0f) return b(x);
+            return [=, &fromTile, &toTile, &shading](int, float cx, Float4& value) {
+                if (t <= 0.0f) return 0;
+                if (t >= 1.0f) return 1;
                 const float vx = cx - cx0;
                 const float d2 = vx * vx + vy * vy;
-                if (d2 >= frontSquared) return a(x);
-                if (d2 <= backSquared) return b(x);
+                if (d2 >= frontSquared) return 0;
+                if (d2 <= backSquared) return 1;
                 const float d = std::sqrt(d2);
                 const float phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
                 const float inverseD = d > 0.0f ? 1.0f / d : 0.0f;
@@ -75,9 +76,9 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
                 const float shift = 0.5f * scale * wave;
                 const float sx = std::clamp(cx - ux * shift, minX, maxX);
                 const float sy = std::clamp(cy - uy * shift, minY, maxY);
-                const Float4 color = sampleMix(fromTile, toTile, sx, sy, smooth01(phase));
-                if (!shading) return color;
-                return shading->apply(color, ux * slope * wave, uy * slope * wave);
+                value = sampleMix(fromTile, toTile, sx, sy, smooth01(phase));
+                if (shading) value = shading->apply(value, ux * slope * wave, uy * slope * wave);
+                return -1;
             };
         });
     };

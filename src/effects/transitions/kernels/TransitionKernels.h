@@ -138,12 +138,12 @@ struct PageCurlWithShadowTransitionParameters {
 Image pageCurlWithShadowTransition(const Image& from, const Image& to, double time,
                                    const PageCurlWithShadowTransitionParameters& parameters);
 
-// CIAccordionFoldTransition: the picture folds like an accordion of `numberOfFolds` panels standing
-// on its bottom edge. Its height shrinks by c = 1 - 0.7 sin(pi time) and grows back while the
-// from image cross-fades into the target, whose size the frame takes on over the transition.
-// Alternate panels turn away from the viewer and darken by foldShadowAmount * sin(fold angle);
-// perspective narrows each panel towards its deeper edge, so the sides zigzag. Above the folded
-// picture the output is transparent.
+// CIAccordionFoldTransition: the from image folds up like an accordion of `numberOfFolds` vertical
+// panels towards its left edge, uncovering the target, which stays in place behind it. At time t
+// the folded picture is 1 - t of its width; alternate panels tilt opposite ways by the fold angle a
+// (cos a = 1 - t), perspective narrows each panel vertically towards its deeper edge (so the top and
+// bottom edges zigzag), and the panels facing away darken by foldShadowAmount * sin a, the others by
+// a quarter of that.
 struct AccordionFoldTransitionParameters {
     double numberOfFolds = 3;
     double foldShadowAmount = 0.1;

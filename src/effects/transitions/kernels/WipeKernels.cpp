@@ -35,17 +35,18 @@ Image swipeTransition(const Image& from, const Image& to, double time, const Swi
 
     auto kernel = transitionKernel("swipe");
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
-        fillTile(out, [&](int y, float cy) {
+        fillTileWithCopies(out, in, [&](int y, float cy) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
             const float rowOffset = cy * dy - edge;
-            return [=](int x, float cx) {
+            return [=](int x, float cx, Float4& value) {
                 // 0 on the target's side of the band, 1 on the from image's side.
                 const float s = (cx * dx + rowOffset) / width + 0.5f;
-                if (s >= 1.0f) return a(x);
-                if (s <= 0.0f) return b(x);
+                if (s >= 1.0f) return 0;
+                if (s <= 0.0f) return 1;
                 const Float4 base = mix(b(x), a(x), s);
-                return mix(base, tint, opacity * 4.0f * s * (1.0f - s));
+                value = mix(base, tint, opacity * 4.0f * s * (1.0f - s));
+                return -1;
             };
         });
     };
@@ -81,19 +82,28 @@ Image barsSwipeTransition(const Image& from, const Image& to, double time,
         fillTile(out, [&](int y, float cy) {
             const RowReader a(fromTile, y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
+            // Along an axis each parity of bar reads one row of the from image.
+            const int x0 = out.rect.x;
+            const int x1 = out.rect.maxX();
+            const RowReader even = axis == 0   ? RowReader(fromTile, y, x0 - shifts[0], x1 - shifts[0])
+                                   : axis == 1 ? RowReader(fromTile, y - shifts[0], x0, x1)
+                                               : a;
+            const RowReader odd = axis == 0   ? RowReader(fromTile, y, x0 - shifts[1], x1 - shifts[1])
+                                  : axis == 1 ? RowReader(fromTile, y - shifts[1], x0, x1)
+                                              : a;
             return [=, &fromTile](int x, float cx) {
-                const int odd = fastFloor((cy * dx - cx * dy) * inverseWidth) & 1;
-                const float distance = distances[odd];
+                const int parity = fastFloor((cy * dx - cx * dy) * inverseWidth) & 1;
+                const float distance = distances[parity];
                 if (distance == 0.0f) return over(a(x), b(x));
                 Float4 moved;
                 if (axis == 0) {
-                    moved = fromTile.pixel(x - shifts[odd], y);
+                    moved = (parity ? odd : even)(x - shifts[parity]);
                 } else if (axis == 1) {
-                    moved = fromTile.pixel(x, y - shifts[odd]);
+                    moved = (parity ? odd : even)(x);
                 } else {
                     moved = sampleBilinear(fromTile, cx - distance * dx, cy - distance * dy);
                 }
-                return over(moved, b(x));
+                return moved[3] == 1.0f ? moved : over(moved, b(x));
             };
         });
     };
@@ -114,18 +124,20 @@ Image copyMachineTransition(const Image& from, const Image& to, double time,
 
     auto kernel = transitionKernel("copyMachine");
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
-        fillTile(out, [&](int y, float cy) {
+        fillTileWithCopies(out, in, [&](int y, float cy) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
             const float rowOffset = cy * dy - line;
-            return [=](int x, float cx) {
+            return [=](int x, float cx, Float4& value) {
                 const float u = cx * dx + rowOffset;  // signed distance ahead of the line
                 const float distance = std::fabs(u) / halfWidth;
-                if (distance >= 1.0f) return u > 0.0f ? a(x) : b(x);
+                if (distance >= 1.0f) return u > 0.0f ? 0 : 1;
                 Float4 base = mix(a(x), b(x), clamp01(0.5f - u));
                 const float strength = opacity * (1.0f - distance) * (1.0f - distance) * base[3];
-                for (int c = 0; c < 3; ++c) base[c] = std::min(base[c] + light[c] * strength, base[3]);
-                return base;
+                const float alpha = base[3];
+                value = minFloat4(base + light * strength, splat(alpha));
+                value[3] = alpha;
+                return -1;
             };
         });
     };
