@@ -8,6 +8,7 @@
 
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
+#include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
 #include "platform/Bitmap.h"
 #include "platform/image/RenderContext.h"
@@ -200,6 +201,64 @@ TEST(TransitionKernelTest, PixelArithmetic) {
     EXPECT_GT(one(copied, 101, 50)[1], 200);
     EXPECT_EQ(one(copied, 199, 50), (Pixel{255, 0, 0, 255}));
 
+}
+
+TEST(TransitionKernelTest, TranslucentPicturesShowTheTargetThroughThem) {
+    // Wherever a half transparent outgoing picture lies over the target, the result is opaque and
+    // the target shows through (at half strength, less any shadow cast on it).
+    const Rect rect{0, 0, 128, 128};
+    const Image red = solid(Color{1, 0, 0, 0.5}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+    BarsSwipeTransitionParameters bars;
+    bars.angle = 0;
+    DisintegrateWithMaskTransitionParameters disintegrate;
+    disintegrate.maskImage = PSTransition::maskImage().lanczosScale(0.5, 1);
+    struct Case {
+        const char* name;
+        Image image;
+        int leastBlue;
+    };
+    const Case cases[] = {
+        {"bars", barsSwipeTransition(red, blue, 0.3, bars), 120},
+        {"accordion", accordionFoldTransition(red, blue, 0.4, AccordionFoldTransitionParameters{}), 120},
+        {"disintegrate", disintegrateWithMaskTransition(red, blue, 0.5, disintegrate), 40},
+    };
+    for (const Case& c : cases) {
+        const Picture picture = render(c.image, rect, 37);
+        size_t covered = 0;
+        for (int y = 0; y < picture.height; ++y) {
+            for (int x = 0; x < picture.width; ++x) {
+                const Pixel p = picture.at(x, y);
+                ASSERT_EQ(p[3], 255) << c.name << " at " << x << ", " << y;
+                if (p[0] < 100) continue;
+                ++covered;
+                ASSERT_GE(p[2], c.leastBlue) << c.name << " at " << x << ", " << y;
+            }
+        }
+        EXPECT_GT(covered, size_t(picture.width * picture.height / 10)) << c.name;
+        EXPECT_LT(covered, size_t(picture.width * picture.height * 9 / 10)) << c.name;
+    }
+}
+
+TEST(TransitionKernelTest, CoarseFieldFourAtATimeMatchesOneAtATime) {
+    // A rect whose grid is not a whole number of groups of four, off the origin.
+    const PixelRect rect{-5, 3, 37, 11};
+    const auto scalar = [](float cx, float cy) { return std::sqrt(std::fabs(cx)) * 0.25f + cx * cy * 0.01f; };
+    const auto lanes = [](Float4 cx, float cy) { return sqrtFloat4(cx < 0.0f ? -cx : cx) * 0.25f + cx * cy * 0.01f; };
+    kernels::CoarseField one;
+    kernels::CoarseField four;
+    for (int shift : {1, 2, 3}) {
+        one.fill(rect, shift, scalar);
+        four.fill4(rect, shift, lanes);
+        for (int y = rect.y; y < rect.maxY(); ++y) {
+            std::vector<float> expected;
+            const kernels::CoarseField::Row oneRow = one.row(y);
+            for (int x = rect.x; x < rect.maxX(); ++x) expected.push_back(oneRow(x));
+            const kernels::CoarseField::Row fourRow = four.row(y);
+            for (int x = rect.x; x < rect.maxX(); ++x)
+                ASSERT_EQ(fourRow(x), expected[size_t(x - rect.x)]) << "shift " << shift << " at " << x << ", " << y;
+        }
+    }
 }
 
 TEST(TransitionKernelTest, AccordionFoldsThePictureIntoTiltedPanels) {

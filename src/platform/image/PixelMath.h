@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
 #include <cstring>
 
@@ -26,6 +27,20 @@ inline Float4 clampFloat4(Float4 v, Float4 lo, Float4 hi) {
 }
 
 inline Float4 minFloat4(Float4 a, Float4 b) { return a < b ? a : b; }
+// floor, lane by lane, for |v| < 2^31.
+inline Float4 floorFloat4(Float4 v) {
+    const Int4 i = __builtin_convertvector(v, Int4);
+    const Float4 f = __builtin_convertvector(i, Float4);
+    return f - (f > v ? splat(1.f) : splat(0.f));
+}
+// Square root, lane by lane, each correctly rounded as std::sqrt.
+inline Float4 sqrtFloat4(Float4 v) {
+#if defined(__SSE2__)
+    return Float4(_mm_sqrt_ps(__m128(v)));
+#else
+    return Float4{std::sqrt(v[0]), std::sqrt(v[1]), std::sqrt(v[2]), std::sqrt(v[3])};
+#endif
+}
 inline Float4 maxFloat4(Float4 a, Float4 b) { return a > b ? a : b; }
 
 // Bilinear blend of two horizontally adjacent RGBA8 pixels at `lower` and the two at `upper`, with

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstring>
+#include <iterator>
 #include <vector>
 
 #include "platform/image/ImageTestSupport.h"
@@ -115,5 +116,21 @@ TEST(PixelRowsTest, YUVRowsFollowTheLimitedRangeFormula) {
         const double l = luma(mean);
         EXPECT_NEAR(u[size_t(k)], 128 + 224 * (mean[2] - l) / 1.8556, 0.51) << k;
         EXPECT_NEAR(v[size_t(k)], 128 + 224 * (mean[0] - l) / 1.5748, 0.51) << k;
+    }
+}
+
+TEST(PixelMathTest, LaneFloorAndSquareRootMatchTheScalarOnes) {
+    const float values[] = {-2.5f, -2.0f, -0.5f, -1e-7f, 0.0f, 0.3f,
+                            1.0f, 7.99f, 1e6f + 0.5f, -123456.75f, 3.0f, 0.999999f};
+    for (size_t i = 0; i + 4 <= std::size(values); i += 4) {
+        const Float4 v{values[i], values[i + 1], values[i + 2], values[i + 3]};
+        const Float4 floors = floorFloat4(v);
+        const Float4 roots = sqrtFloat4(v * v + 2.0f);
+        for (int lane = 0; lane < 4; ++lane) {
+            EXPECT_EQ(floors[lane], std::floor(v[lane])) << v[lane];
+            EXPECT_EQ(floors[lane], float(fastFloor(v[lane]))) << v[lane];
+            const float root = std::sqrt(v[lane] * v[lane] + 2.0f);
+            EXPECT_EQ(std::memcmp(&roots[lane], &root, sizeof root), 0) << v[lane];
+        }
     }
 }

@@ -69,7 +69,7 @@ Image accordionFoldTransition(const Image& from, const Image& to, double time,
     const float deepest = (f.viewer + f.depth) / f.viewer;
 
     auto kernel = transitionKernel("accordionFold");
-    // The folded picture is sampled all over; the target is read a pixel at a time.
+    // The folded picture is sampled all over; the target is copied in rows.
     kernel->byteInputs = {false, true};
     kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
         if (index != 0 || t <= 0.0f) return rect;
@@ -96,19 +96,32 @@ Image accordionFoldTransition(const Image& from, const Image& to, double time,
             c.folded = t > 0.0f && t < 1.0f && f.column(float(out.rect.x + i) + 0.5f, c.sourceX, c.inverseScale, c.light);
         }
         const Column* column = columns.data() - out.rect.x;
-        fillTileWithCopies(out, in, [&](int y, float cy) {
-            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-            const float fromMiddle = cy - f.middle;
-            return [=, &fromTile](int x, float, Float4& value) {
-                if (t <= 0.0f) return 0;
+        const int x0 = out.rect.x;
+        const int x1 = out.rect.maxX();
+        if (t <= 0.0f) {
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y) copyRow(fromTile, y, x0, x1, out.row(y));
+            return;
+        }
+        // The folded columns form one run; the target shows on either side of it.
+        int foldStart = x0;
+        while (foldStart < x1 && !column[foldStart].folded) ++foldStart;
+        int foldEnd = foldStart;
+        while (foldEnd < x1 && column[foldEnd].folded) ++foldEnd;
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            float* row = out.row(y);
+            copyRow(in[1], y, x0, foldStart, row);
+            copyRow(in[1], y, foldEnd, x1, row + 4 * (foldEnd - x0));
+            const float fromMiddle = float(y) + 0.5f - f.middle;
+            for (int x = foldStart; x < foldEnd; ++x) {
                 const Column& c = column[x];
-                if (!c.folded) return 1;
                 const Float4 panel = sampleBilinear(fromTile, c.sourceX, f.middle + fromMiddle * c.inverseScale);
-                if (panel[3] <= 0.0f) return 1;
-                value = over(shaded(panel, c.light), b(x));
-                return -1;
-            };
-        });
+                float* dst = row + 4 * (x - x0);
+                // An opaque panel hides the target.
+                if (panel[3] >= 1.0f) storeFloat4(dst, shaded(panel, c.light));
+                else if (panel[3] <= 0.0f) storeFloat4(dst, in[1].pixel(x, y));
+                else storeFloat4(dst, over(shaded(panel, c.light), in[1].pixel(x, y)));
+            }
+        }
     };
     return applyKernel(kernel, {from, to});
 }

@@ -1,5 +1,6 @@
 // Flash and mod: transitions whose boundary is drawn around a centre point.
 #include <cmath>
+#include <vector>
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
@@ -107,46 +108,67 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
     const float inverseCompression = 1.0f / float(std::max(parameters.compression, 1.0));
     const float threshold = t * 1.415f;  // just above the farthest distance, sqrt(2)
 
-    // Distance in half-pitches from (gx, gy), in lattice units, to the nearest cell centre.
-    auto cellDistance = [](float gx, float gy) {
-        const float fx = gx - float(fastFloor(gx)) - 0.5f;
-        const float fy = gy - float(fastFloor(gy)) - 0.5f;
-        return 2.0f * std::sqrt(fx * fx + fy * fy);
+    // Distance in half-pitches from (gx, gy), in lattice units, to the nearest cell centre, for
+    // four points.
+    auto cellDistance = [](Float4 gx, Float4 gy) {
+        const Float4 fx = gx - floorFloat4(gx) - 0.5f;
+        const Float4 fy = gy - floorFloat4(gy) - 0.5f;
+        return 2.0f * sqrtFloat4(fx * fx + fy * fy);
     };
 
-    // How much of a pixel shows the target, before clamping: the hole edge anti-aliased over the
-    // pixel, which spans about 1.2 k / radius of the distance.
-    auto targetShare = [=](float cx, float cy) {
-        const float qx = cx - cx0;
+    // How much of a pixel shows the target, before clamping, at four centres on a row: the hole
+    // edge anti-aliased over the pixel, which spans about 1.2 k / radius of the distance.
+    auto targetShare = [=](Float4 cx, float cy) {
+        const Float4 qx = cx - cx0;
         const float qy = cy - cy0;
-        const float k = 1.0f + std::sqrt(qx * qx + qy * qy) * inverseCompression;
-        const float rx = (qx * cosA - qy * sinA) * k;
-        const float ry = (qx * sinA + qy * cosA) * k;
-        const float d1 = cellDistance(rx * inversePitch, ry * inversePitch);
-        const float d2 = cellDistance((rx - ry) * 0.70710678f * inversePitch2 + 0.25f,
-                                      (rx + ry) * 0.70710678f * inversePitch2 + 0.25f);
-        return (threshold - std::min(d1, d2)) * radius / (1.2f * k) + 0.5f;
+        const Float4 k = 1.0f + sqrtFloat4(qx * qx + qy * qy) * inverseCompression;
+        const Float4 rx = (qx * cosA - qy * sinA) * k;
+        const Float4 ry = (qx * sinA + qy * cosA) * k;
+        const Float4 d1 = cellDistance(rx * inversePitch, ry * inversePitch);
+        const Float4 d2 = cellDistance((rx - ry) * 0.70710678f * inversePitch2 + 0.25f,
+                                       (rx + ry) * 0.70710678f * inversePitch2 + 0.25f);
+        return (threshold - minFloat4(d1, d2)) * radius / (1.2f * k) + 0.5f;
     };
 
     auto kernel = transitionKernel("mod");
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        const int x0 = out.rect.x;
+        const int width = out.rect.width;
+        if (t <= 0.0f || t >= 1.0f) {
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y)
+                copyRow(in[t <= 0.0f ? 0 : 1], y, x0, out.rect.maxX(), out.row(y));
+            return;
+        }
         // The distance field is smooth between its creases; every fourth pixel is enough.
         thread_local CoarseField share;
-        const bool between = t > 0.0f && t < 1.0f;
-        if (between) share.fill(out.rect, 2, targetShare);
-        fillTileWithCopies(out, in, [&](int y, float) {
-            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
-            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-            const CoarseField::Row row = between ? share.row(y) : CoarseField::Row{};
-            return [=](int x, float, Float4& value) {
-                if (!between) return t <= 0.0f ? 0 : 1;
-                const float w = row(x);
-                if (w <= 0.0f) return 0;
-                if (w >= 1.0f) return 1;
-                value = mix(a(x), b(x), w);
-                return -1;
+        share.fill4(out.rect, 2, targetShare);
+        // Each row is runs of from pixels, target pixels and mixes of the two.
+        thread_local std::vector<float> weights;
+        weights.resize(size_t(width));
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            const CoarseField::Row field = share.row(y);
+            for (int i = 0; i < width; ++i) weights[size_t(i)] = field(x0 + i);
+            const auto kind = [&](int i) {
+                const float w = weights[size_t(i)];
+                return w <= 0.0f ? 0 : w >= 1.0f ? 1 : 2;
             };
-        });
+            float* row = out.row(y);
+            for (int start = 0; start < width;) {
+                const int runKind = kind(start);
+                int end = start + 1;
+                while (end < width && kind(end) == runKind) ++end;
+                float* dst = row + 4 * start;
+                copyRow(in[runKind == 1 ? 1 : 0], y, x0 + start, x0 + end, dst);
+                if (runKind == 2) {
+                    float* target = rowBuffer(end - start);
+                    copyRow(in[1], y, x0 + start, x0 + end, target);
+                    for (int i = start; i < end; ++i, dst += 4)
+                        storeFloat4(dst, mix(loadFloat4(dst), loadFloat4(target + 4 * (i - start)),
+                                             weights[size_t(i)]));
+                }
+                start = end;
+            }
+        }
     };
     return applyKernel(kernel, {from, to});
 }

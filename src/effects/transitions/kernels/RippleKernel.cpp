@@ -1,6 +1,8 @@
 // Ripple: a circular wave that runs out from a centre and leaves the target behind it.
+#include <algorithm>
 #include <cmath>
 #include <optional>
+#include <utility>
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
@@ -58,29 +60,68 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
         const ConstImageTile& toTile = in[1];
         std::optional<SphereShading> shading;
         if (hasShading) shading.emplace(in[2], shadingExtent);
-        fillTileWithCopies(out, in, [&](int, float cy) {
+        const int x0 = out.rect.x;
+        const int x1 = out.rect.maxX();
+        if (t <= 0.0f || t >= 1.0f) {
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y) copyRow(in[t <= 0.0f ? 0 : 1], y, x0, x1, out.row(y));
+            return;
+        }
+        // Pixels left of `split` lie left of the centre, so along a row the squared distance
+        // falls up to there and grows after it.
+        const int split = fastFloor(std::clamp(cx0 - 0.5f, float(x0) - 1.0f, float(x1) - 1.0f)) + 1;
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            const float cy = float(y) + 0.5f;
             const float vy = cy - cy0;
-            return [=, &fromTile, &toTile, &shading](int, float cx, Float4& value) {
-                if (t <= 0.0f) return 0;
-                if (t >= 1.0f) return 1;
-                const float vx = cx - cx0;
-                const float d2 = vx * vx + vy * vy;
-                if (d2 >= frontSquared) return 0;
-                if (d2 <= backSquared) return 1;
-                const float d = std::sqrt(d2);
-                const float phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
-                const float inverseD = d > 0.0f ? 1.0f / d : 0.0f;
-                const float ux = d > 0.0f ? vx * inverseD : 1.0f;
-                const float uy = vy * inverseD;
-                const float wave = sinOfTurns(phase);
-                const float shift = 0.5f * scale * wave;
-                const float sx = std::clamp(cx - ux * shift, minX, maxX);
-                const float sy = std::clamp(cy - uy * shift, minY, maxY);
-                value = sampleMix(fromTile, toTile, sx, sy, smooth01(phase));
-                if (shading) value = shading->apply(value, ux * slope * wave, uy * slope * wave);
-                return -1;
+            const auto squaredDistance = [&](int x) {
+                const float vx = (float(x) + 0.5f) - cx0;
+                return vx * vx + vy * vy;
             };
-        });
+            // The pixels [first, end) of the row for which `inside` holds, given that they form
+            // one run around `split`.
+            const auto run = [&](auto inside) {
+                int lo = x0, hi = split;  // the first pixel left of split inside
+                while (lo < hi) {
+                    const int mid = (lo + hi) / 2;
+                    if (inside(squaredDistance(mid))) hi = mid;
+                    else lo = mid + 1;
+                }
+                const int first = lo;
+                lo = split, hi = x1;  // the first pixel right of split outside
+                while (lo < hi) {
+                    const int mid = (lo + hi) / 2;
+                    if (inside(squaredDistance(mid))) lo = mid + 1;
+                    else hi = mid;
+                }
+                return std::pair{first, std::max(lo, first)};
+            };
+            const auto [waveStart, waveEnd] = run([&](float d2) { return d2 < frontSquared; });
+            auto [wakeStart, wakeEnd] = run([&](float d2) { return d2 <= backSquared; });
+            if (wakeStart >= wakeEnd) wakeStart = wakeEnd = waveEnd;
+            float* row = out.row(y);
+            copyRow(fromTile, y, x0, waveStart, row);
+            copyRow(fromTile, y, waveEnd, x1, row + 4 * (waveEnd - x0));
+            copyRow(toTile, y, wakeStart, wakeEnd, row + 4 * (wakeStart - x0));
+            const auto wave = [&](int begin, int end) {
+                for (int x = begin; x < end; ++x) {
+                    const float cx = float(x) + 0.5f;
+                    const float vx = cx - cx0;
+                    const float d = std::sqrt(squaredDistance(x));
+                    const float phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
+                    const float inverseD = d > 0.0f ? 1.0f / d : 0.0f;
+                    const float ux = d > 0.0f ? vx * inverseD : 1.0f;
+                    const float uy = vy * inverseD;
+                    const float wave = sinOfTurns(phase);
+                    const float shift = 0.5f * scale * wave;
+                    const float sx = std::clamp(cx - ux * shift, minX, maxX);
+                    const float sy = std::clamp(cy - uy * shift, minY, maxY);
+                    Float4 value = sampleMix(fromTile, toTile, sx, sy, smooth01(phase));
+                    if (shading) value = shading->apply(value, ux * slope * wave, uy * slope * wave);
+                    storeFloat4(row + 4 * (x - x0), value);
+                }
+            };
+            wave(waveStart, wakeStart);
+            wave(wakeEnd, waveEnd);
+        }
     };
     std::vector<Image> inputs{from, to};
     if (hasShading) inputs.push_back(parameters.shadingImage);

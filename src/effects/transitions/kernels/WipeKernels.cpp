@@ -4,6 +4,7 @@
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
+#include "platform/image/PixelRows.h"
 
 namespace qm {
 
@@ -79,30 +80,43 @@ Image barsSwipeTransition(const Image& from, const Image& to, double time,
     const int shifts[2] = {sign * int(std::lround(distances[0])), sign * int(std::lround(distances[1]))};
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
         const ConstImageTile& fromTile = in[0];
+        const int x0 = out.rect.x;
+        const int x1 = out.rect.maxX();
+        if (axis >= 0) {
+            // Each row is runs of bars of one parity, each run a shifted copy of the from image,
+            // and then the target under whatever of it is not opaque.
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+                const float cy = float(y) + 0.5f;
+                float* row = out.row(y);
+                const auto parityAt = [&](int x) {
+                    return fastFloor((cy * dx - (float(x) + 0.5f) * dy) * inverseWidth) & 1;
+                };
+                for (int start = x0; start < x1;) {
+                    const int parity = parityAt(start);
+                    int end = start + 1;
+                    while (end < x1 && parityAt(end) == parity) ++end;
+                    const int shift = shifts[parity];
+                    float* dst = row + 4 * (start - x0);
+                    if (axis == 0) copyRow(fromTile, y, start - shift, end - shift, dst);
+                    else copyRow(fromTile, y - shift, start, end, dst);
+                    start = end;
+                }
+                if (!allOpaque(row, x1 - x0)) {
+                    float* target = rowBuffer(x1 - x0);
+                    copyRow(in[1], y, x0, x1, target);
+                    compositeUnder(row, target, x1 - x0);
+                }
+            }
+            return;
+        }
         fillTile(out, [&](int y, float cy) {
-            const RowReader a(fromTile, y, out.rect.x, out.rect.maxX());
-            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-            // Along an axis each parity of bar reads one row of the from image.
-            const int x0 = out.rect.x;
-            const int x1 = out.rect.maxX();
-            const RowReader even = axis == 0   ? RowReader(fromTile, y, x0 - shifts[0], x1 - shifts[0])
-                                   : axis == 1 ? RowReader(fromTile, y - shifts[0], x0, x1)
-                                               : a;
-            const RowReader odd = axis == 0   ? RowReader(fromTile, y, x0 - shifts[1], x1 - shifts[1])
-                                  : axis == 1 ? RowReader(fromTile, y - shifts[1], x0, x1)
-                                              : a;
+            const RowReader a(fromTile, y, x0, x1);
+            const RowReader b(in[1], y, x0, x1);
             return [=, &fromTile](int x, float cx) {
                 const int parity = fastFloor((cy * dx - cx * dy) * inverseWidth) & 1;
                 const float distance = distances[parity];
                 if (distance == 0.0f) return over(a(x), b(x));
-                Float4 moved;
-                if (axis == 0) {
-                    moved = (parity ? odd : even)(x - shifts[parity]);
-                } else if (axis == 1) {
-                    moved = (parity ? odd : even)(x);
-                } else {
-                    moved = sampleBilinear(fromTile, cx - distance * dx, cy - distance * dy);
-                }
+                const Float4 moved = sampleBilinear(fromTile, cx - distance * dx, cy - distance * dy);
                 return moved[3] == 1.0f ? moved : over(moved, b(x));
             };
         });
