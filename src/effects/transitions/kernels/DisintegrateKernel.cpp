@@ -132,29 +132,24 @@ Image disintegrateWithMaskTransition(const Image& from, const Image& to, double 
                 return remains <= 0.0f && shadows[size_t(i)] == 0.0f ? 1 : 2;
             };
             float* row = out.row(y);
-            for (int start = 0; start < width;) {
-                const int runKind = kind(start);
-                int end = start + 1;
-                while (end < width && kind(end) == runKind) ++end;
+            forEachRun(width, kind, [&](int start, int end, int runKind) {
                 float* dst = row + 4 * start;
                 copyRow(in[runKind == 1 ? 1 : 0], y, x0 + start, x0 + end, dst);
-                if (runKind != 1) {
-                    // The from image's pixels are in place; where they are not opaque and whole,
-                    // they go over the shadowed target.
-                    for (int j = start; j < end; ++j, dst += 4) {
-                        const float remains = remaining[size_t(j)];
-                        const Float4 top = remains > 0.0f ? loadFloat4(dst) * remains : splat(0.0f);
-                        if (top[3] == 1.0f) {
-                            storeFloat4(dst, top);
-                            continue;
-                        }
-                        const float shadow = shadows[size_t(j)];
-                        const Float4 target = in[1].pixel(x0 + j, y) * (1.0f - shadow) + Float4{0, 0, 0, shadow};
-                        storeFloat4(dst, over(top, target));
+                if (runKind == 1) return;
+                // The from image's pixels are in place; where they are not opaque and whole, they go
+                // over the shadowed target.
+                for (int j = start; j < end; ++j, dst += 4) {
+                    const float remains = remaining[size_t(j)];
+                    const Float4 top = remains > 0.0f ? loadFloat4(dst) * remains : splat(0.0f);
+                    if (top[3] == 1.0f) {
+                        storeFloat4(dst, top);
+                        continue;
                     }
+                    const float shadow = shadows[size_t(j)];
+                    const Float4 target = in[1].pixel(x0 + j, y) * (1.0f - shadow) + Float4{0, 0, 0, shadow};
+                    storeFloat4(dst, over(top, target));
                 }
-                start = end;
-            }
+            });
         }
     };
     return applyKernel(kernel, {from, to, parameters.maskImage});

@@ -153,21 +153,15 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
                 return w <= 0.0f ? 0 : w >= 1.0f ? 1 : 2;
             };
             float* row = out.row(y);
-            for (int start = 0; start < width;) {
-                const int runKind = kind(start);
-                int end = start + 1;
-                while (end < width && kind(end) == runKind) ++end;
+            forEachRun(width, kind, [&](int start, int end, int runKind) {
                 float* dst = row + 4 * start;
                 copyRow(in[runKind == 1 ? 1 : 0], y, x0 + start, x0 + end, dst);
-                if (runKind == 2) {
-                    float* target = rowBuffer(end - start);
-                    copyRow(in[1], y, x0 + start, x0 + end, target);
-                    for (int i = start; i < end; ++i, dst += 4)
-                        storeFloat4(dst, mix(loadFloat4(dst), loadFloat4(target + 4 * (i - start)),
-                                             weights[size_t(i)]));
-                }
-                start = end;
-            }
+                if (runKind != 2) return;
+                float* target = rowBuffer(end - start);
+                copyRow(in[1], y, x0 + start, x0 + end, target);
+                for (int i = start; i < end; ++i, dst += 4)
+                    storeFloat4(dst, mix(loadFloat4(dst), loadFloat4(target + 4 * (i - start)), weights[size_t(i)]));
+            });
         }
     };
     return applyKernel(kernel, {from, to});

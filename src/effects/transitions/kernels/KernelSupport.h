@@ -178,6 +178,19 @@ void fillTile(const ImageTile& out, RowSetup&& rowSetup) {
     }
 }
 
+// Splits [0, width) into the longest runs of equal kind(i) and calls each(start, end, kind) for
+// them in order.
+template <class Kind, class Each>
+void forEachRun(int width, Kind&& kind, Each&& each) {
+    for (int start = 0; start < width;) {
+        const int runKind = kind(start);
+        int end = start + 1;
+        while (end < width && kind(end) == runKind) ++end;
+        each(start, end, runKind);
+        start = end;
+    }
+}
+
 // Pixels x0 <= x < x1 of row y of `tile` into `dst` (pixel x0 first): the values RowReader and
 // pixel() give, copied in bulk where the tile covers the span.
 void copyRow(const ConstImageTile& tile, int y, int x0, int x1, float* dst);
