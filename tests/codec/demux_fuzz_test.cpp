@@ -45,7 +45,9 @@ void decodeEverything(const std::string& path, const QVJPEGEncoderHW& encoder) {
         ASSERT_NE(picture, nullptr);
         EXPECT_EQ(picture->width(), static_cast<int>(display.width));
         EXPECT_EQ(picture->height(), static_cast<int>(display.height));
-        if (frames++ % 4 == 0) EXPECT_FALSE(encoder.encodeImageBuffer(*picture).empty());
+        if (frames++ % 4 == 0) {
+            EXPECT_FALSE(encoder.encodeImageBuffer(*picture).empty());
+        }
     }
     while (auto frame = context->decodeNextAudioFrame()) {
         EXPECT_GT(frame->sampleRate(), 0);

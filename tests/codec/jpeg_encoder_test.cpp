@@ -96,7 +96,9 @@ TEST(JPEGEncoderTest, CapturedBGRAPixelsAndUnknownFormatsAreTakenOrRefused) {
 
     // Hardware-only formats cannot be read from memory.
     auto hardware = PixelBuffer::create(16, 16, AV_PIX_FMT_VAAPI);
-    if (hardware) EXPECT_TRUE(encoder->encodeImageBuffer(*hardware).empty());
+    if (hardware) {
+        EXPECT_TRUE(encoder->encodeImageBuffer(*hardware).empty());
+    }
     EXPECT_EQ(QVJPEGEncoderHW::createWithQuality(500, false, 0, 0)->quality(), 100);
 }
 
