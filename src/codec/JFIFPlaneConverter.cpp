@@ -99,7 +99,8 @@ JFIFPlaneConverter::Planes JFIFPlaneConverter::convert(const PixelBuffer& source
     _luma.resize(static_cast<size_t>(lumaWidth) * chromaHeight * 2);
     _blue.resize(static_cast<size_t>(chromaWidth) * chromaHeight);
     _red.resize(_blue.size());
-    std::vector<int32_t> lumaTerm(chromaWidth);
+    _lumaTerm.resize(chromaWidth);
+    int32_t* lumaTerm = _lumaTerm.data();
     for (int row = 0; row < chromaHeight; ++row) {
         const uint8_t* blueIn = source.plane(1) + row * source.bytesPerRow(1);
         const uint8_t* redIn = source.plane(2) + row * source.bytesPerRow(2);

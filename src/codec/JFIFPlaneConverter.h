@@ -26,6 +26,7 @@ public:
 
 private:
     std::vector<uint8_t> _luma, _blue, _red;
+    std::vector<int32_t> _lumaTerm;  // colour term of each chroma column of the current row
 };
 
 }  // namespace qm

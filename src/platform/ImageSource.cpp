@@ -94,6 +94,8 @@ struct ImageSource::Impl {
     // the ones before them, so they are decoded in order.
     CodecContextPtr decoder;
     size_t nextIndex = 0;
+    // The first picture, decoded once when the source is made to prove the file.
+    std::shared_ptr<const Bitmap> firstPicture;
 
     bool openDecoder() {
         decoder.reset(avcodec_alloc_context3(codec));
@@ -143,7 +145,8 @@ std::shared_ptr<ImageSource> ImageSource::createWithURL(const std::string& path)
     }
     // A file that only looks like a picture by its name has packets that do not decode.
     std::shared_ptr<ImageSource> source(new ImageSource(std::move(impl)));
-    if (!source->createImageAtIndex(0)) return nullptr;
+    source->_impl->firstPicture = source->createImageAtIndex(0);
+    if (!source->_impl->firstPicture) return nullptr;
     return source;
 }
 
@@ -151,6 +154,7 @@ size_t ImageSource::count() const { return _impl->packets.size(); }
 
 std::shared_ptr<const Bitmap> ImageSource::createImageAtIndex(size_t index) {
     if (index >= _impl->packets.size()) return nullptr;
+    if (index == 0 && _impl->firstPicture) return _impl->firstPicture;
     if ((!_impl->decoder || index < _impl->nextIndex) && !_impl->openDecoder()) return nullptr;
     FramePtr frame;
     while (_impl->nextIndex <= index) frame = _impl->decodeNext();

@@ -236,15 +236,9 @@ void AMResourceImportTask::decodeAudio(QVDemuxerContext& context, const Handler&
     uint64_t sampleIndex = 0;
     bool cancelled = false;
     for (int64_t frameIndex = 0; !cancelled; ++frameIndex) {
-        auto frame = context.decodeNextAudioFrame();
+        const auto frame = context.decodeNextAudioFrame();
         if (!frame) break;
-        if (frame->isPlanarFormat()) {
-            const std::vector<uint8_t> packed = frame->dataOfPackedSamples();
-            frame = QVAudioFrame2::create(QVAudioFrame2::packedSampleFormat(frame->sampleFormat()),
-                                          frame->numberOfChannel(), frame->sampleRate(), frame->numberOfSamples(),
-                                          packed.data(), frame->channelLayout());
-            if (!frame) continue;
-        }
+        // A frame's archive holds its samples packed, so a planar decode archives as its packed twin.
         const std::vector<uint8_t> bytes = SCResource::encodeAudioFrame(frame);
         blocks.push_back(SCAudioBlock::createWithOffset(offset, bytes.size(), sampleIndex,
                                                         static_cast<uint64_t>(frame->numberOfSamples())));

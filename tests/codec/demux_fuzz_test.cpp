@@ -68,10 +68,10 @@ TEST(DemuxFuzzTest, DamagedMoviesDecodeToWellFormedFramesOrNothing) {
     mpeg4.audio = test::AudioTrackSpec{.codec = "pcm_s16le", .seconds = 0.3};
     const auto encoder = QVJPEGEncoderHW::create();
     std::mt19937 random(20261121);
-    for (const auto& [name, spec] : {std::pair{"h264.mp4", h264}, std::pair{"mpeg4.mov", mpeg4},
+    for (const auto& [name, recipe] : {std::pair{"h264.mp4", h264}, std::pair{"mpeg4.mov", mpeg4},
                                      std::pair{"h264.mkv", h264}}) {
         const std::string original = directory.file(name);
-        ASSERT_EQ(test::writeMediaFile(original, spec), "");
+        ASSERT_EQ(test::writeMediaFile(original, recipe), "");
         const std::vector<char> bytes = readAll(original);
         // Damaged streams make decoders complain at length.
         av_log_set_level(AV_LOG_QUIET);

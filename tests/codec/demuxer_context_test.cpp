@@ -27,9 +27,9 @@ bool isDark(test::RGB c) { return c.r < 40 && c.g < 40 && c.b < 40; }
 
 class DemuxerContextTest : public ::testing::Test {
 protected:
-    std::string write(const std::string& name, const MediaFileSpec& spec) {
+    std::string write(const std::string& name, const MediaFileSpec& recipe) {
         const std::string path = _directory.file(name);
-        const std::string error = test::writeMediaFile(path, spec);
+        const std::string error = test::writeMediaFile(path, recipe);
         EXPECT_EQ(error, "");
         return path;
     }
@@ -45,10 +45,10 @@ protected:
 };
 
 TEST_F(DemuxerContextTest, MovieWithBFramesComesOutInPresentationOrderWithItsFacts) {
-    MediaFileSpec spec;
-    spec.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = 30, .maxBFrames = 3};
-    spec.audio = test::AudioTrackSpec{.codec = "aac", .sampleRate = 44100, .seconds = 1.2};
-    auto context = open(write("movie.mp4", spec));
+    MediaFileSpec recipe;
+    recipe.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = 30, .maxBFrames = 3};
+    recipe.audio = test::AudioTrackSpec{.codec = "aac", .sampleRate = 44100, .seconds = 1.2};
+    auto context = open(write("movie.mp4", recipe));
     ASSERT_NE(context, nullptr);
 
     EXPECT_TRUE(context->audioStreamExist());
@@ -87,9 +87,9 @@ TEST_F(DemuxerContextTest, MovieWithBFramesComesOutInPresentationOrderWithItsFac
 
 TEST_F(DemuxerContextTest, VariableFrameRateKeepsEachFramesOwnTime) {
     const std::vector<int64_t> times{0, 40000, 50000, 200000, 210000, 700000, 733000};
-    MediaFileSpec spec;
-    spec.video = test::VideoTrackSpec{.frameCount = 7, .ptsMicroseconds = times};
-    auto context = open(write("vfr.mp4", spec));
+    MediaFileSpec recipe;
+    recipe.video = test::VideoTrackSpec{.frameCount = 7, .ptsMicroseconds = times};
+    auto context = open(write("vfr.mp4", recipe));
     ASSERT_NE(context, nullptr);
     size_t index = 0;
     for (auto frame = context->decodeNextVideoFrame(); frame; frame = context->decodeNextVideoFrame(), ++index) {
@@ -166,10 +166,10 @@ TEST_F(DemuxerContextTest, OddSizesSurroundSoundAndCoverArtComeInAsWritten) {
 }
 
 TEST_F(DemuxerContextTest, AudioAndVideoDecodeAtOnceFromTwoThreads) {
-    MediaFileSpec spec;
-    spec.video = test::VideoTrackSpec{.frameCount = 50, .maxBFrames = 2};
-    spec.audio = test::AudioTrackSpec{.seconds = 2.0};
-    const std::string path = write("both.mkv", spec);
+    MediaFileSpec recipe;
+    recipe.video = test::VideoTrackSpec{.frameCount = 50, .maxBFrames = 2};
+    recipe.audio = test::AudioTrackSpec{.seconds = 2.0};
+    const std::string path = write("both.mkv", recipe);
     auto context = open(path);
     ASSERT_NE(context, nullptr);
     int videoFrames = 0;
@@ -194,9 +194,9 @@ TEST_F(DemuxerContextTest, AudioAndVideoDecodeAtOnceFromTwoThreads) {
 TEST_F(DemuxerContextTest, FilesThatAreNotMediaAreRefusedWithAReason) {
     std::ofstream(_directory.file("text.mp4")) << "this is not a movie, only words\n";
     std::ofstream(_directory.file("empty.mov"));
-    MediaFileSpec spec;
-    spec.video = test::VideoTrackSpec{.frameCount = 20};
-    const std::string whole = write("whole.mp4", spec);
+    MediaFileSpec recipe;
+    recipe.video = test::VideoTrackSpec{.frameCount = 20};
+    const std::string whole = write("whole.mp4", recipe);
     std::ifstream in(whole, std::ios::binary);
     std::vector<char> bytes((std::istreambuf_iterator<char>(in)), {});
     std::ofstream(_directory.file("truncated.mp4"), std::ios::binary).write(bytes.data(), bytes.size() / 3);

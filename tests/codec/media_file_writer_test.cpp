@@ -64,11 +64,11 @@ protected:
 TEST_F(MediaFileWriterTest, BFramesAreReallyReordered) {
     for (const std::string codec : {"libx264", "mpeg4"}) {
         for (int bFrames : {0, 2}) {
-            MediaFileSpec spec;
-            spec.video = videoSpec(codec, 15);
-            spec.video->maxBFrames = bFrames;
+            MediaFileSpec recipe;
+            recipe.video = videoSpec(codec, 15);
+            recipe.video->maxBFrames = bFrames;
             const std::string path = directory.file(codec + std::to_string(bFrames) + ".mp4");
-            ASSERT_EQ(writeMediaFile(path, spec), "");
+            ASSERT_EQ(writeMediaFile(path, recipe), "");
             InputPtr input = openInput(path);
             ASSERT_TRUE(input);
             std::vector<PacketInfo> packets = readPackets(input.get(), 0);
@@ -94,11 +94,11 @@ TEST_F(MediaFileWriterTest, BFramesAreReallyReordered) {
 TEST_F(MediaFileWriterTest, RotationReadsBackAsDisplayMatrix) {
     for (const std::string extension : {".mp4", ".mov"}) {
         for (int degrees : {0, 90, 180, 270}) {
-            MediaFileSpec spec;
-            spec.video = videoSpec("libx264", 2);
-            spec.video->rotationDegrees = degrees;
+            MediaFileSpec recipe;
+            recipe.video = videoSpec("libx264", 2);
+            recipe.video->rotationDegrees = degrees;
             const std::string path = directory.file("rotated" + std::to_string(degrees) + extension);
-            ASSERT_EQ(writeMediaFile(path, spec), "");
+            ASSERT_EQ(writeMediaFile(path, recipe), "");
             InputPtr input = openInput(path);
             ASSERT_TRUE(input);
             const auto* matrix = reinterpret_cast<const int32_t*>(

@@ -33,17 +33,17 @@ test::RGB centreOf(const Bitmap& picture) {
 
 class ImportTaskTest : public ::testing::Test {
 protected:
-    std::string write(const std::string& name, const MediaFileSpec& spec) {
+    std::string write(const std::string& name, const MediaFileSpec& recipe) {
         const std::string path = _user.file(name);
-        EXPECT_EQ(test::writeMediaFile(path, spec), "");
+        EXPECT_EQ(test::writeMediaFile(path, recipe), "");
         return path;
     }
 
     static MediaFileSpec movie(int frames, double audioSeconds) {
-        MediaFileSpec spec;
-        spec.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = frames, .maxBFrames = 2};
-        if (audioSeconds > 0) spec.audio = test::AudioTrackSpec{.seconds = audioSeconds};
-        return spec;
+        MediaFileSpec recipe;
+        recipe.video = test::VideoTrackSpec{.width = 64, .height = 48, .frameCount = frames, .maxBFrames = 2};
+        if (audioSeconds > 0) recipe.audio = test::AudioTrackSpec{.seconds = audioSeconds};
+        return recipe;
     }
 
     // Starts an import through `start` and runs the main loop until its end phase. `answer` gives

@@ -204,54 +204,54 @@ AVPixelFormat choosePixelFormat(const AVCodec* codec, int width, int height) {
     return codec->pix_fmts[0];
 }
 
-std::string checkVideoSpec(const VideoTrackSpec& spec) {
-    if (spec.width <= 0 || spec.height <= 0) return "video size must be positive";
-    if (spec.frameCount <= 0) return "video needs at least one frame";
-    if (spec.frameRate.num <= 0 || spec.frameRate.den <= 0) return "frame rate must be positive";
-    if (spec.sampleAspect.num <= 0 || spec.sampleAspect.den <= 0) return "sample aspect must be positive";
-    if (spec.maxBFrames < 0) return "maxBFrames must not be negative";
-    if (spec.ptsMicroseconds.empty()) return {};
-    if (spec.ptsMicroseconds.size() != static_cast<size_t>(spec.frameCount))
+std::string checkVideoSpec(const VideoTrackSpec& recipe) {
+    if (recipe.width <= 0 || recipe.height <= 0) return "video size must be positive";
+    if (recipe.frameCount <= 0) return "video needs at least one frame";
+    if (recipe.frameRate.num <= 0 || recipe.frameRate.den <= 0) return "frame rate must be positive";
+    if (recipe.sampleAspect.num <= 0 || recipe.sampleAspect.den <= 0) return "sample aspect must be positive";
+    if (recipe.maxBFrames < 0) return "maxBFrames must not be negative";
+    if (recipe.ptsMicroseconds.empty()) return {};
+    if (recipe.ptsMicroseconds.size() != static_cast<size_t>(recipe.frameCount))
         return "ptsMicroseconds needs one time per frame";
-    if (spec.ptsMicroseconds.front() < 0) return "ptsMicroseconds must not be negative";
-    for (size_t i = 1; i < spec.ptsMicroseconds.size(); ++i) {
-        if (spec.ptsMicroseconds[i] <= spec.ptsMicroseconds[i - 1]) return "ptsMicroseconds must increase";
+    if (recipe.ptsMicroseconds.front() < 0) return "ptsMicroseconds must not be negative";
+    for (size_t i = 1; i < recipe.ptsMicroseconds.size(); ++i) {
+        if (recipe.ptsMicroseconds[i] <= recipe.ptsMicroseconds[i - 1]) return "ptsMicroseconds must increase";
     }
     return {};
 }
 
 class VideoEncoder : public StreamEncoder {
 public:
-    std::string open(Muxer& muxer, const VideoTrackSpec& spec) {
-        if (std::string error = checkVideoSpec(spec); !error.empty()) return error;
-        _spec = spec;
-        if (std::string error = allocateContext(muxer, spec.codec, AVMEDIA_TYPE_VIDEO); !error.empty())
+    std::string open(Muxer& muxer, const VideoTrackSpec& recipe) {
+        if (std::string error = checkVideoSpec(recipe); !error.empty()) return error;
+        _recipe = recipe;
+        if (std::string error = allocateContext(muxer, recipe.codec, AVMEDIA_TYPE_VIDEO); !error.empty())
             return error;
         AVCodecContext* codec = _codec.get();
-        codec->width = spec.width;
-        codec->height = spec.height;
-        codec->pix_fmt = choosePixelFormat(_encoder, spec.width, spec.height);
+        codec->width = recipe.width;
+        codec->height = recipe.height;
+        codec->pix_fmt = choosePixelFormat(_encoder, recipe.width, recipe.height);
         codec->time_base = chooseTimeBase();
-        codec->framerate = spec.frameRate;
-        codec->sample_aspect_ratio = spec.sampleAspect;
-        codec->max_b_frames = spec.maxBFrames;
+        codec->framerate = recipe.frameRate;
+        codec->sample_aspect_ratio = recipe.sampleAspect;
+        codec->max_b_frames = recipe.maxBFrames;
         // Every frame has a new colour, which would sway x264's scene-cut and adaptive B-frame
         // choices; fixed choices give exactly the requested B-frames.
-        if (spec.codec == "libx264") av_opt_set(codec->priv_data, "x264-params", "scenecut=0:b-adapt=0", 0);
+        if (recipe.codec == "libx264") av_opt_set(codec->priv_data, "x264-params", "scenecut=0:b-adapt=0", 0);
         if (std::string error = openAndAddStream(muxer); !error.empty()) return error;
 
-        _stream->avg_frame_rate = spec.frameRate;
-        _stream->r_frame_rate = spec.frameRate;
-        _stream->sample_aspect_ratio = spec.sampleAspect;
-        if (spec.rotationDegrees % 360 != 0) {
+        _stream->avg_frame_rate = recipe.frameRate;
+        _stream->r_frame_rate = recipe.frameRate;
+        _stream->sample_aspect_ratio = recipe.sampleAspect;
+        if (recipe.rotationDegrees % 360 != 0) {
             auto* matrix = reinterpret_cast<int32_t*>(
                 av_stream_new_side_data(_stream, AV_PKT_DATA_DISPLAYMATRIX, 9 * sizeof(int32_t)));
             if (matrix == nullptr) return kOutOfMemory;
             // Takes a clockwise angle; av_display_rotation_get() answers counter-clockwise.
-            av_display_rotation_set(matrix, spec.rotationDegrees);
+            av_display_rotation_set(matrix, recipe.rotationDegrees);
         }
         if (codec->pix_fmt != AV_PIX_FMT_PAL8) {
-            _scaler.reset(sws_getContext(spec.width, spec.height, AV_PIX_FMT_RGB24, spec.width, spec.height,
+            _scaler.reset(sws_getContext(recipe.width, recipe.height, AV_PIX_FMT_RGB24, recipe.width, recipe.height,
                                          codec->pix_fmt, SWS_BICUBIC, nullptr, nullptr, nullptr));
             if (!_scaler) return "no conversion from RGB to the encoder's pixel format";
         }
@@ -259,24 +259,24 @@ public:
     }
 
     int64_t nextPts() const override {
-        if (_next < _spec.frameCount) return ptsOfFrame(_next);
-        return ptsOfFrame(_spec.frameCount - 1) + 1;
+        if (_next < _recipe.frameCount) return ptsOfFrame(_next);
+        return ptsOfFrame(_recipe.frameCount - 1) + 1;
     }
 
 protected:
-    bool hasMoreFrames() const override { return _next < _spec.frameCount; }
+    bool hasMoreFrames() const override { return _next < _recipe.frameCount; }
 
     std::string makeNextFrame(AVFrame* frame) override {
         frame->format = _codec->pix_fmt;
-        frame->width = _spec.width;
-        frame->height = _spec.height;
+        frame->width = _recipe.width;
+        frame->height = _recipe.height;
         int rc = av_frame_get_buffer(frame, 0);
         if (rc < 0) return describe("allocating a video frame", rc);
         if (_scaler) {
             paintRGB(frameColour(_next));
             const uint8_t* source[1] = {_canvas.data()};
-            const int stride[1] = {3 * _spec.width};
-            sws_scale(_scaler.get(), source, stride, 0, _spec.height, frame->data, frame->linesize);
+            const int stride[1] = {3 * _recipe.width};
+            sws_scale(_scaler.get(), source, stride, 0, _recipe.height, frame->data, frame->linesize);
         } else {
             paintPalette(frame, frameColour(_next));
         }
@@ -288,9 +288,9 @@ protected:
 private:
     // Constant rate: one tick per frame. Variable rate: the coarsest base that holds every time exactly.
     AVRational chooseTimeBase() {
-        if (_spec.ptsMicroseconds.empty()) return av_inv_q(_spec.frameRate);
+        if (_recipe.ptsMicroseconds.empty()) return av_inv_q(_recipe.frameRate);
         int64_t step = 0;
-        for (int64_t pts : _spec.ptsMicroseconds) step = std::gcd(step, pts);
+        for (int64_t pts : _recipe.ptsMicroseconds) step = std::gcd(step, pts);
         _microsecondsPerTick = step > 0 ? step : 1;
         AVRational base;
         av_reduce(&base.num, &base.den, _microsecondsPerTick, 1000000, INT32_MAX);
@@ -298,19 +298,19 @@ private:
     }
 
     int64_t ptsOfFrame(int index) const {
-        if (_spec.ptsMicroseconds.empty()) return index;
-        return _spec.ptsMicroseconds[index] / _microsecondsPerTick;
+        if (_recipe.ptsMicroseconds.empty()) return index;
+        return _recipe.ptsMicroseconds[index] / _microsecondsPerTick;
     }
 
     bool inMarker(int x, int y) const {
-        return x < std::max(1, _spec.width / 4) && y < std::max(1, _spec.height / 4);
+        return x < std::max(1, _recipe.width / 4) && y < std::max(1, _recipe.height / 4);
     }
 
     void paintRGB(RGB colour) {
-        _canvas.resize(static_cast<size_t>(_spec.width) * _spec.height * 3);
+        _canvas.resize(static_cast<size_t>(_recipe.width) * _recipe.height * 3);
         uint8_t* pixel = _canvas.data();
-        for (int y = 0; y < _spec.height; ++y) {
-            for (int x = 0; x < _spec.width; ++x, pixel += 3) {
+        for (int y = 0; y < _recipe.height; ++y) {
+            for (int x = 0; x < _recipe.width; ++x, pixel += 3) {
                 const RGB value = inMarker(x, y) ? RGB{0, 0, 0} : colour;
                 pixel[0] = value.r;
                 pixel[1] = value.g;
@@ -321,16 +321,16 @@ private:
 
     // Index 0 is the black marker, index 1 the frame's colour.
     void paintPalette(AVFrame* frame, RGB colour) {
-        for (int y = 0; y < _spec.height; ++y) {
+        for (int y = 0; y < _recipe.height; ++y) {
             uint8_t* row = frame->data[0] + static_cast<ptrdiff_t>(y) * frame->linesize[0];
-            for (int x = 0; x < _spec.width; ++x) row[x] = inMarker(x, y) ? 0 : 1;
+            for (int x = 0; x < _recipe.width; ++x) row[x] = inMarker(x, y) ? 0 : 1;
         }
         auto* palette = reinterpret_cast<uint32_t*>(frame->data[1]);
         std::fill(palette, palette + 256, 0xFF000000u);
         palette[1] = 0xFF000000u | uint32_t(colour.r) << 16 | uint32_t(colour.g) << 8 | colour.b;
     }
 
-    VideoTrackSpec _spec;
+    VideoTrackSpec _recipe;
     int64_t _microsecondsPerTick = 1;
     int _next = 0;
     ScalerPtr _scaler;
@@ -341,21 +341,21 @@ class AudioEncoder : public StreamEncoder {
 public:
     ~AudioEncoder() override { av_channel_layout_uninit(&_layout); }
 
-    std::string open(Muxer& muxer, const AudioTrackSpec& spec) {
-        if (spec.sampleRate <= 0) return "sample rate must be positive";
-        if (spec.seconds <= 0) return "audio must last a while";
-        int rc = av_channel_layout_from_mask(&_layout, spec.channelLayout);
+    std::string open(Muxer& muxer, const AudioTrackSpec& recipe) {
+        if (recipe.sampleRate <= 0) return "sample rate must be positive";
+        if (recipe.seconds <= 0) return "audio must last a while";
+        int rc = av_channel_layout_from_mask(&_layout, recipe.channelLayout);
         if (rc < 0) return describe("channel layout", rc);
-        _sampleRate = spec.sampleRate;
-        _totalSamples = std::llround(spec.seconds * spec.sampleRate);
-        if (std::string error = allocateContext(muxer, spec.codec, AVMEDIA_TYPE_AUDIO); !error.empty())
+        _sampleRate = recipe.sampleRate;
+        _totalSamples = std::llround(recipe.seconds * recipe.sampleRate);
+        if (std::string error = allocateContext(muxer, recipe.codec, AVMEDIA_TYPE_AUDIO); !error.empty())
             return error;
         if (std::string error = checkEncoderTakes(_encoder); !error.empty()) return error;
 
         AVCodecContext* codec = _codec.get();
         codec->sample_fmt = _encoder->sample_fmts ? _encoder->sample_fmts[0] : AV_SAMPLE_FMT_S16;
-        codec->sample_rate = spec.sampleRate;
-        codec->time_base = AVRational{1, spec.sampleRate};
+        codec->sample_rate = recipe.sampleRate;
+        codec->time_base = AVRational{1, recipe.sampleRate};
         rc = av_channel_layout_copy(&codec->ch_layout, &_layout);
         if (rc < 0) return describe("channel layout", rc);
         if (std::string error = openAndAddStream(muxer); !error.empty()) return error;
@@ -468,25 +468,25 @@ private:
     AVStream* _stream = nullptr;
 };
 
-std::string writeFile(const std::string& path, const MediaFileSpec& spec) {
-    if (!spec.video && !spec.audio) return "a media file needs video or audio";
+std::string writeFile(const std::string& path, const MediaFileSpec& recipe) {
+    if (!recipe.video && !recipe.audio) return "a media file needs video or audio";
     Muxer muxer;
     if (std::string error = muxer.create(path); !error.empty()) return error;
     VideoEncoder video;
     AudioEncoder audio;
     AttachedPicture cover;
     std::vector<StreamEncoder*> tracks;
-    if (spec.video) {
-        if (std::string error = video.open(muxer, *spec.video); !error.empty()) return error;
+    if (recipe.video) {
+        if (std::string error = video.open(muxer, *recipe.video); !error.empty()) return error;
         tracks.push_back(&video);
     }
-    if (spec.audio) {
-        if (std::string error = audio.open(muxer, *spec.audio); !error.empty()) return error;
+    if (recipe.audio) {
+        if (std::string error = audio.open(muxer, *recipe.audio); !error.empty()) return error;
         tracks.push_back(&audio);
     }
-    const bool hasCover = !spec.coverArtJPEGorPNG.empty();
+    const bool hasCover = !recipe.coverArtJPEGorPNG.empty();
     if (hasCover) {
-        if (std::string error = cover.add(muxer, spec.coverArtJPEGorPNG); !error.empty()) return error;
+        if (std::string error = cover.add(muxer, recipe.coverArtJPEGorPNG); !error.empty()) return error;
     }
     if (std::string error = muxer.start(); !error.empty()) return error;
     if (hasCover) {
@@ -508,10 +508,10 @@ std::string writeFile(const std::string& path, const MediaFileSpec& spec) {
 
 }  // namespace
 
-std::string writeMediaFile(const std::string& path, const MediaFileSpec& spec) {
+std::string writeMediaFile(const std::string& path, const MediaFileSpec& recipe) {
     // Encoders report statistics at the info level; tests only want to hear of errors.
     av_log_set_level(AV_LOG_ERROR);
-    std::string error = writeFile(path, spec);
+    std::string error = writeFile(path, recipe);
     if (!error.empty()) std::remove(path.c_str());
     return error;
 }
@@ -525,9 +525,9 @@ std::string writeAnimatedGif(const std::string& path, int width, int height, int
     video.frameCount = frameCount;
     video.frameRate = AVRational{100, delayCentiseconds};
     video.codec = "gif";
-    MediaFileSpec spec;
-    spec.video = video;
-    return writeMediaFile(path, spec);
+    MediaFileSpec recipe;
+    recipe.video = video;
+    return writeMediaFile(path, recipe);
 }
 
 RGB frameColour(int index) {

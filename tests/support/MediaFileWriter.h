@@ -65,7 +65,7 @@ struct MediaFileSpec {
 
 // Writes the file; the container follows the extension (.mp4 .mov .mkv .m4a .mp3 .wav .flac ...).
 // Returns an empty string on success, else a readable error (and no file is left behind).
-std::string writeMediaFile(const std::string& path, const MediaFileSpec& spec);
+std::string writeMediaFile(const std::string& path, const MediaFileSpec& recipe);
 
 // An animated GIF that loops forever: frameCount frames painted as the video frames above, each shown
 // for delayCentiseconds. Same error convention as writeMediaFile.

@@ -101,11 +101,7 @@ Image disintegrateWithMaskTransition(const Image& from, const Image& to, double 
         }
         const int x0 = out.rect.x;
         const int width = out.rect.width;
-        if (t <= 0.0f || t >= 1.0f) {
-            for (int y = out.rect.y; y < out.rect.maxY(); ++y)
-                copyRow(in[t <= 0.0f ? 0 : 1], y, x0, out.rect.maxX(), out.row(y));
-            return;
-        }
+        if (copyEndInput(out, in, t)) return;
         // Per row: how much of the from image remains at each pixel and the shadow there.
         thread_local std::vector<float> remaining;
         thread_local std::vector<float> shadows;

@@ -134,11 +134,7 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
         const int x0 = out.rect.x;
         const int width = out.rect.width;
-        if (t <= 0.0f || t >= 1.0f) {
-            for (int y = out.rect.y; y < out.rect.maxY(); ++y)
-                copyRow(in[t <= 0.0f ? 0 : 1], y, x0, out.rect.maxX(), out.row(y));
-            return;
-        }
+        if (copyEndInput(out, in, t)) return;
         // The distance field is smooth between its creases; every fourth pixel is enough.
         thread_local CoarseField share;
         share.fill4(out.rect, 2, targetShare);

@@ -71,4 +71,10 @@ std::shared_ptr<ImageKernel> transitionKernel(std::string name) {
     return kernel;
 }
 
+bool copyEndInput(const ImageTile& out, std::span<const ConstImageTile> in, float t) {
+    if (t > 0.0f && t < 1.0f) return false;
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y) copyRow(in[t <= 0.0f ? 0 : 1], y, out.rect.x, out.rect.maxX(), out.row(y));
+    return true;
+}
+
 }  // namespace qm::kernels

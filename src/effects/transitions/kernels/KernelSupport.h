@@ -195,6 +195,10 @@ void forEachRun(int width, Kind&& kind, Each&& each) {
 // pixel() give, copied in bulk where the tile covers the span.
 void copyRow(const ConstImageTile& tile, int y, int x0, int x1, float* dst);
 
+// At t <= 0 or t >= 1 a transition shows one input unchanged: copies it into `out` (input 0 at
+// the start, input 1 at the end) and gives true. Gives false in between.
+bool copyEndInput(const ImageTile& out, std::span<const ConstImageTile> in, float t);
+
 // Fills every pixel of `out`, copying runs of pixels straight from an input. For each row,
 // `wholeRow(y, cy)` gives the index of the input whose pixels the whole row shows, or -1; for the
 // other rows `rowSetup(y, cy)` gives the row's pixel function, which `pixel(x, cx, value)` calls

@@ -56,16 +56,13 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
     };
     kernel->wholeInputs = {false, false, true};
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+        if (copyEndInput(out, in, t)) return;
         const ConstImageTile& fromTile = in[0];
         const ConstImageTile& toTile = in[1];
         std::optional<SphereShading> shading;
         if (hasShading) shading.emplace(in[2], shadingExtent);
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();
-        if (t <= 0.0f || t >= 1.0f) {
-            for (int y = out.rect.y; y < out.rect.maxY(); ++y) copyRow(in[t <= 0.0f ? 0 : 1], y, x0, x1, out.row(y));
-            return;
-        }
         // Pixels left of `split` lie left of the centre, so along a row the squared distance
         // falls up to there and grows after it.
         const int split = fastFloor(std::clamp(cx0 - 0.5f, float(x0) - 1.0f, float(x1) - 1.0f)) + 1;
