@@ -81,6 +81,17 @@ QM_ROW_KERNEL void sourceTimesAlpha(float* pixels, const float* source, int coun
 }
 
 QM_ROW_KERNEL void linearColor(float* pixels, int count, const std::array<Float4, 4>& columns) {
+    // A fade (every channel times the same factor) is a plain scale.
+    const float k = columns[3][3];
+    const auto same = [](Float4 a, Float4 b) {
+        const Int4 equal = a == b;
+        return (equal[0] & equal[1] & equal[2] & equal[3]) != 0;
+    };
+    if (same(columns[0], Float4{k, 0, 0, 0}) && same(columns[1], Float4{0, k, 0, 0}) &&
+        same(columns[2], Float4{0, 0, k, 0}) && same(columns[3], Float4{0, 0, 0, k})) {
+        for (int i = 0; i < 4 * count; ++i) pixels[i] *= k;
+        return;
+    }
     const Float8 c0 = twice(columns[0]);
     const Float8 c1 = twice(columns[1]);
     const Float8 c2 = twice(columns[2]);
@@ -97,9 +108,10 @@ QM_ROW_KERNEL void linearColor(float* pixels, int count, const std::array<Float4
 }
 
 QM_ROW_KERNEL bool allOpaque(const float* pixels, int count) {
-    bool opaque = true;
-    for (int i = 0; i < count; ++i) opaque &= pixels[4 * i + 3] >= 1.f;
-    return opaque;
+    // Every lane tests its own channel; only alpha's lane counts.
+    Int4 opaque = ~Int4{};
+    for (int i = 0; i < count; ++i) opaque &= loadFloat4(pixels + 4 * i) >= splat(1.f);
+    return opaque[3] != 0;
 }
 
 QM_ROW_KERNEL void mixRows(const float* a, const float* b, float t, float* out, int floats) {

@@ -56,11 +56,15 @@ SphereShading::SphereShading(const ConstImageTile& tile, const Rect& extent)
       _ry(float(extent.height() * 0.5 - 1.0)),
       _flat(tile.sample(_cx, _cy)) {}
 
-Float4 SphereShading::apply(Float4 color, float nx, float ny) const {
-    const Float4 light = sampleBilinear(*_tile, _cx + nx * _rx, _cy + ny * _ry) - _flat;
-    Float4 result = minFloat4(maxFloat4(color + light * color[3], splat(0.0f)), splat(color[3]));
-    result[3] = color[3];
-    return result;
+Float4 SphereShading::light(float nx, float ny) const {
+    return sampleBilinear(*_tile, _cx + nx * _rx, _cy + ny * _ry) - _flat;
+}
+
+ShadingProfile::ShadingProfile(const SphereShading& shading, float dx, float dy) : _light(2 * kSteps + 1) {
+    for (int i = 0; i <= 2 * kSteps; ++i) {
+        const float s = float(i) / float(kSteps) - 1.0f;
+        _light[size_t(i)] = shading.light(s * dx, s * dy);
+    }
 }
 
 std::shared_ptr<ImageKernel> transitionKernel(std::string name) {

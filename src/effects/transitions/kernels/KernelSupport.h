@@ -73,13 +73,14 @@ inline Float4 blendInside(const ConstImageTile& tile, int x0, int y0, float tx, 
 
 // Bilinear sample at point (px, py) as ConstImageTile::sample, with one bounds test when the four
 // pixels lie inside the tile.
-inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
+__attribute__((always_inline)) inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
     const float u = px - 0.5f;
     const float v = py - 0.5f;
     const int x0 = fastFloor(u);
     const int y0 = fastFloor(v);
     const PixelRect& r = tile.rect;
-    if (x0 < r.x || y0 < r.y || x0 + 1 >= r.maxX() || y0 + 1 >= r.maxY()) return tile.sample(px, py);
+    if (x0 < r.x || y0 < r.y || x0 + 1 >= r.maxX() || y0 + 1 >= r.maxY()) [[unlikely]]
+        return tile.sample(px, py);
     return blendInside(tile, x0, y0, u - float(x0), v - float(y0));
 }
 
@@ -188,6 +189,27 @@ void forEachRun(int width, Kind&& kind, Each&& each) {
         while (end < width && kind(end) == runKind) ++end;
         each(start, end, runKind);
         start = end;
+    }
+}
+
+// forEachRun for a kind that never goes back to an earlier value along the row (a threshold on a
+// quantity that grows or falls steadily with x): each run's end is found by bisection.
+template <class Kind, class Each>
+void forEachOrderedRun(int width, Kind&& kind, Each&& each) {
+    for (int start = 0; start < width;) {
+        const int runKind = kind(start);
+        int low = start + 1;
+        int high = width;
+        if (kind(width - 1) != runKind) {
+            // The run ends at the first index in [low, high] whose kind differs.
+            while (low < high) {
+                const int middle = low + (high - low) / 2;
+                if (kind(middle) == runKind) low = middle + 1;
+                else high = middle;
+            }
+        }
+        each(start, high, runKind);
+        start = high;
     }
 }
 
@@ -322,12 +344,21 @@ private:
 };
 
 // Light from a shading image, a shaded sphere filling its square: the surface normal with
-// in-plane part (nx, ny) (|n| <= 1) reads the sphere where it has that normal. apply() adds that
-// light relative to the light of a flat surface (the sphere's centre) to a premultiplied colour.
+// in-plane part (nx, ny) (|n| <= 1) reads the sphere where it has that normal; its light counts
+// relative to the light of a flat surface (the sphere's centre).
 class SphereShading {
 public:
     SphereShading(const ConstImageTile& tile, const Rect& extent);
-    Float4 apply(Float4 color, float nx, float ny) const;
+    // `color` lit where the normal's in-plane part is (nx, ny).
+    Float4 apply(Float4 color, float nx, float ny) const { return lit(color, light(nx, ny)); }
+    // The light added where the normal's in-plane part is (nx, ny).
+    Float4 light(float nx, float ny) const;
+    // `color` with `light` added in proportion to its alpha, kept within 0..alpha.
+    static Float4 lit(Float4 color, Float4 light) {
+        Float4 result = minFloat4(maxFloat4(color + light * color[3], splat(0.0f)), splat(color[3]));
+        result[3] = color[3];
+        return result;
+    }
 
 private:
     const ConstImageTile* _tile;
@@ -336,6 +367,23 @@ private:
     float _rx;
     float _ry;
     Float4 _flat;
+};
+
+// A SphereShading's light along one direction (dx, dy) of unit length: light(s) is the light
+// where the normal's in-plane part is s (dx, dy), for -1 <= s <= 1, read linearly from a table
+// taken every 1/256 of s (half a pixel of the standard shading image).
+class ShadingProfile {
+public:
+    ShadingProfile(const SphereShading& shading, float dx, float dy);
+    Float4 light(float s) const {
+        const float position = (std::min(std::max(s, -1.0f), 1.0f) + 1.0f) * float(kSteps);
+        const int i = std::min(int(position), 2 * kSteps - 1);
+        return mix(_light[size_t(i)], _light[size_t(i) + 1], position - float(i));
+    }
+
+private:
+    static constexpr int kSteps = 256;
+    std::vector<Float4> _light;  // at s = i / kSteps - 1
 };
 
 // `color` (premultiplied) with red, green and blue scaled by `factor`, limited to alpha.

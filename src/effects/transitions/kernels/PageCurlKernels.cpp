@@ -12,10 +12,10 @@
 // small pictures (thumbnails) still show the curl.
 #include <cmath>
 #include <cstdint>
-#include <numbers>
 #include <optional>
 
 #include "effects/transitions/kernels/KernelSupport.h"
+#include "effects/transitions/kernels/PageCurlGeometry.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
 #include "platform/image/PixelRows.h"
 
@@ -24,46 +24,6 @@ namespace qm {
 using namespace kernels;
 
 namespace {
-
-constexpr float kPi = std::numbers::pi_v<float>;
-// Lower half of the roll: material lies up to (pi / 2 - 1) r behind the point that shows it.
-constexpr float kLowerReach = kPi * 0.5f - 1.0f;
-
-struct CurlGeometry {
-    float t = 0;
-    float dx = 1;
-    float dy = 0;
-    float ox = 0;  // centre of the page
-    float oy = 0;
-    float line = 0;  // L, from the centre
-    float radius = 1;
-
-    // The page, grown by a pixel for the anti-aliased edge.
-    float minX = 0;
-    float minY = 0;
-    float maxX = 0;
-    float maxY = 0;
-
-    float along(float x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
-    bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
-};
-
-CurlGeometry makeGeometry(float t, const Rect& page, double angle, double radius) {
-    CurlGeometry g;
-    g.t = t;
-    g.dx = float(std::cos(angle));
-    g.dy = float(std::sin(angle));
-    g.ox = float(page.midX());
-    g.oy = float(page.midY());
-    const Span span = projectRect(page.offsetBy(-page.midX(), -page.midY()), g.dx, g.dy);
-    g.radius = std::max(std::min(float(radius), span.length() / (2.0f * kPi)), 1.0f);
-    g.line = span.min + t * (span.length() + kPi * g.radius + 1.0f);
-    g.minX = float(page.minX()) - 1.0f;
-    g.minY = float(page.minY()) - 1.0f;
-    g.maxX = float(page.maxX()) + 1.0f;
-    g.maxY = float(page.maxY()) + 1.0f;
-    return g;
-}
 
 // The least and greatest position along d of the corners of `rect`.
 Span alongRect(const CurlGeometry& g, const Rect& rect) {
@@ -124,13 +84,19 @@ Rect backRegion(const CurlGeometry& g, const Rect& rect) {
     return region.isEmpty() ? region : outset(region, 2);
 }
 
+// What a point shows, by its position u along d; u changes steadily along a row, so these come
+// in this order (or its reverse).
+enum CurlPart { kPlainTarget, kTargetInShadow, kRoll, kFlat };
+
 // Renders the curl. `shade(color, n, cosine)` lights a curved surface whose normal has the
 // in-plane part n along d and the upward part `cosine`; `onTarget(color, cx, cy, u)` gives the
 // target where no page lies over it, which below u = plainTarget is the target unchanged.
 template <class Shade, class OnTarget>
 void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in, const Shade& shade,
                 const OnTarget& onTarget, float plainTarget) {
+    if (copyEndInput(out, in, g.t)) return;
     const ConstImageTile& front = in[0];
+    const ConstImageTile& target = in[1];
     const ConstImageTile& back = in[2];
     const float line = g.line;
     const float radius = g.radius;
@@ -138,78 +104,83 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
     // The flat top part of a row mirrors the page across a line, so its samples run along a
     // straight line through the back; where the back is a bitmap they are taken a row at a time.
     // A point at centre x + 0.5 reads (with pixel centres on whole numbers) U + x dU, V + x dV.
-    const bool rowsOfBack = back.isBytes() && g.t > 0.0f && g.t < 1.0f;
-    const BitmapView backView{rowsOfBack ? back.byteAt(0, 0) : nullptr, -back.byteStride, back.rect};
+    const BitmapView backView{back.isBytes() ? back.byteAt(0, 0) : nullptr, -back.byteStride, back.rect};
     const int64_t stepU = std::llround((1.0 - 2.0 * double(g.dx) * g.dx) * 65536);
     const int64_t stepV = std::llround(-2.0 * double(g.dx) * g.dy * 65536);
-    // u grows or falls steadily along a row, so a row whose ends lie before plainTarget lies there
-    // throughout.
-    const auto wholeRow = [&](int, float cy) {
-        if (g.t <= 0.0f) return 0;
-        if (g.t >= 1.0f) return 1;
-        const bool target = g.along(float(out.rect.x) + 0.5f, cy) < plainTarget &&
-                            g.along(float(out.rect.maxX()) - 0.5f, cy) < plainTarget;
-        return target ? 1 : -1;
-    };
-    fillTileWithCopies(out, in, wholeRow, [&](int y, float cy) {
-        const RowReader a(front, y, out.rect.x, out.rect.maxX());
-        const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-        const float* topRow = nullptr;  // pixel out.rect.x first
-        const float farthest = std::max(g.along(float(out.rect.x) + 0.5f, cy), g.along(float(out.rect.maxX()) - 0.5f, cy));
-        if (rowsOfBack && farthest >= line - 1.0f) {
-            const double shift = 2.0 * line - rollLength - 2.0 * ((0.5 - g.ox) * g.dx + (double(cy) - g.oy) * g.dy);
-            const int64_t u = std::llround((shift * g.dx) * 65536);
-            const int64_t v = std::llround((double(cy) - 0.5 + shift * g.dy) * 65536);
-            float* row = rowBuffer(out.rect.width);
-            sampleBitmapRow(backView, u + out.rect.x * stepU, v + out.rect.x * stepV, stepU, stepV, kByteToFloat, row,
-                            out.rect.width);
-            topRow = row;
-        }
-        return [&, a, b, cy, topRow](int x, float cx, Float4& value) {
-            if (g.t <= 0.0f) return 0;
-            if (g.t >= 1.0f) return 1;
-            const float u = g.along(cx, cy);
-            if (u < plainTarget) return 1;
-            if (u >= line) {
-                // The flat top part, where page material lies there, over the unrolled page.
-                const float shift = 2.0f * line - rollLength - 2.0f * u;
-                const float px = cx + shift * g.dx;
-                const float py = cy + shift * g.dy;
-                Float4 top = splat(0.0f);
-                if (g.onPage(px, py))
-                    top = topRow ? loadFloat4(topRow + 4 * (x - out.rect.x)) : sampleBilinear(back, px, py);
-                if (top[3] >= 1.0f) {
-                    value = top;
-                    return -1;
+    const int first = out.rect.x;
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+        const float cy = float(y) + 0.5f;
+        float* row = out.row(y);
+        const RowReader a(front, y, first, out.rect.maxX());
+        const RowReader b(target, y, first, out.rect.maxX());
+        const auto part = [&](int i) {
+            const float u = g.along(float(first + i) + 0.5f, cy);
+            return u < plainTarget ? kPlainTarget : u < line - radius ? kTargetInShadow : u < line ? kRoll : kFlat;
+        };
+        // The flat top part over the unrolled page, for pixels x0 <= x < x1 whose mirror image
+        // lies on the page (`mirrored`) or off it.
+        const auto flatRun = [&](int x0, int x1, bool mirrored) {
+            float* dst = row + 4 * (x0 - first);
+            const int count = x1 - x0;
+            if (!mirrored) {
+                copyRow(front, y, x0, x1, dst);
+                if (allOpaque(dst, count)) return;
+                for (int x = x0; x < x1; ++x) {
+                    const Float4 flat = loadFloat4(dst + 4 * (x - x0));
+                    if (flat[3] < 1.0f) storeFloat4(dst + 4 * (x - x0), over(flat, b(x)));
                 }
+                return;
+            }
+            if (backView.rowZero) {
+                const double shift = 2.0 * line - rollLength - 2.0 * ((0.5 - g.ox) * g.dx + (double(cy) - g.oy) * g.dy);
+                const int64_t u = std::llround((shift * g.dx) * 65536);
+                const int64_t v = std::llround((double(cy) - 0.5 + shift * g.dy) * 65536);
+                sampleBitmapRow(backView, u + x0 * stepU, v + x0 * stepV, stepU, stepV, kByteToFloat, dst, count);
+            } else {
+                for (int x = x0; x < x1; ++x) {
+                    const Point p = g.mirror(float(x) + 0.5f, cy);
+                    storeFloat4(dst + 4 * (x - x0), sampleBilinear(back, float(p.x), float(p.y)));
+                }
+            }
+            if (allOpaque(dst, count)) return;
+            for (int x = x0; x < x1; ++x) {
+                const Float4 top = loadFloat4(dst + 4 * (x - x0));
+                if (top[3] >= 1.0f) continue;
                 Float4 flat = a(x);
                 if (flat[3] < 1.0f) flat = over(flat, b(x));
-                value = over(top, flat);
-                return -1;
+                storeFloat4(dst + 4 * (x - x0), over(top, flat));
             }
-            if (u >= line - radius) {
-                const float sine = std::min((line - u) / radius, 1.0f);
-                const float angle = asinOfUnit(sine);
-                const float cosine = std::sqrt(std::max(1.0f - sine * sine, 0.0f));
-                const float upperShift = line - radius * (kPi - angle) - u;
-                const float ux = cx + upperShift * g.dx;
-                const float uy = cy + upperShift * g.dy;
-                const Float4 upper = g.onPage(ux, uy) ? shade(sampleBilinear(back, ux, uy), -sine, cosine) : splat(0.0f);
-                if (upper[3] >= 1.0f) {
-                    value = upper;
-                    return -1;
-                }
-                const float lowerShift = line - radius * angle - u;
-                const float lx = cx + lowerShift * g.dx;
-                const float ly = cy + lowerShift * g.dy;
-                const Float4 lower = g.onPage(lx, ly) ? shade(sampleBilinear(front, lx, ly), sine, cosine) : splat(0.0f);
-                value = over(upper, over(lower, b(x)));
-                return -1;
-            }
-            value = onTarget(b(x), cx, cy, u);
-            return -1;
         };
-    });
+        const auto roll = [&](int x, float cx, float u) {
+            const float sine = std::min((line - u) / radius, 1.0f);
+            const float angle = asinOfUnit(sine);
+            const float cosine = std::sqrt(std::max(1.0f - sine * sine, 0.0f));
+            const float upperShift = line - radius * (kPi - angle) - u;
+            const float ux = cx + upperShift * g.dx;
+            const float uy = cy + upperShift * g.dy;
+            const Float4 upper = g.onPage(ux, uy) ? shade(sampleBilinear(back, ux, uy), -sine, cosine) : splat(0.0f);
+            if (upper[3] >= 1.0f) return upper;
+            const float lowerShift = line - radius * angle - u;
+            const float lx = cx + lowerShift * g.dx;
+            const float ly = cy + lowerShift * g.dy;
+            const Float4 lower = g.onPage(lx, ly) ? shade(sampleBilinear(front, lx, ly), sine, cosine) : splat(0.0f);
+            return over(upper, over(lower, b(x)));
+        };
+        forEachOrderedRun(out.rect.width, part, [&](int start, int end, int kind) {
+            const int x0 = first + start;
+            const int x1 = first + end;
+            switch (kind) {
+                case kPlainTarget: copyRow(target, y, x0, x1, row + 4 * start); return;
+                case kFlat: forEachMirrorRun(g, cy, x0, x1, flatRun); return;
+                default:
+                    for (int x = x0; x < x1; ++x) {
+                        const float cx = float(x) + 0.5f;
+                        const float u = g.along(cx, cy);
+                        storeFloat4(row + 4 * (x - first), kind == kRoll ? roll(x, cx, u) : onTarget(b(x), cx, cy, u));
+                    }
+            }
+        });
+    }
 }
 
 // How much of the point (x, y) lies inside `rect`, anti-aliased over one pixel.
@@ -240,10 +211,12 @@ Image pageCurlTransition(const Image& from, const Image& to, double time, const 
     };
     kernel->wholeInputs = {false, false, false, true};
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
-        std::optional<SphereShading> shading;
-        if (hasShading) shading.emplace(in[3], shadingExtent);
+        // The normal tilts along d only, so the light is a function of one number.
+        std::optional<ShadingProfile> profile;
+        if (hasShading && touchesRoll(g, alongRect(g, out.rect.toRect())))
+            profile.emplace(SphereShading(in[3], shadingExtent), g.dx, g.dy);
         const auto shade = [&](Float4 color, float n, float) {
-            return shading ? shading->apply(color, n * g.dx, n * g.dy) : color;
+            return profile ? SphereShading::lit(color, profile->light(n)) : color;
         };
         const auto onTarget = [](Float4 color, float, float, float) { return color; };
         renderCurl(g, out, in, shade, onTarget, g.line - g.radius);

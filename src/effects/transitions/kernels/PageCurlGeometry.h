@@ -1,0 +1,118 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <numbers>
+#include <utility>
+
+#include "effects/transitions/kernels/KernelSupport.h"
+#include "platform/Geometry.h"
+
+// The geometry of the page curl (see PageCurlKernels.cpp).
+namespace qm::kernels {
+
+constexpr float kPi = std::numbers::pi_v<float>;
+// Lower half of the roll: material lies up to (pi / 2 - 1) r behind the point that shows it.
+constexpr float kLowerReach = kPi * 0.5f - 1.0f;
+
+// A page at one time of its curl: d = (dx, dy), the fold line L and the roll's radius r.
+struct CurlGeometry {
+    float t = 0;
+    float dx = 1;
+    float dy = 0;
+    float ox = 0;  // centre of the page
+    float oy = 0;
+    float line = 0;  // L, from the centre
+    float radius = 1;
+
+    // The page, grown by a pixel for the anti-aliased edge.
+    float minX = 0;
+    float minY = 0;
+    float maxX = 0;
+    float maxY = 0;
+
+    float along(float x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
+    bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
+    // Where the flat top part over the point at centre (cx, cy) has its page material: the
+    // point's mirror image across u = L - pi r / 2.
+    Point mirror(float cx, float cy) const {
+        const float shift = 2.0f * line - kPi * radius - 2.0f * along(cx, cy);
+        return {cx + shift * dx, cy + shift * dy};
+    }
+};
+
+// `page` at time t (0..1) of a curl along `angle` (radians) with a roll of `radius`.
+inline CurlGeometry makeGeometry(float t, const Rect& page, double angle, double radius) {
+    CurlGeometry g;
+    g.t = t;
+    g.dx = float(std::cos(angle));
+    g.dy = float(std::sin(angle));
+    g.ox = float(page.midX());
+    g.oy = float(page.midY());
+    const Span span = projectRect(page.offsetBy(-page.midX(), -page.midY()), g.dx, g.dy);
+    g.radius = std::max(std::min(float(radius), span.length() / (2.0f * kPi)), 1.0f);
+    g.line = span.min + t * (span.length() + kPi * g.radius + 1.0f);
+    g.minX = float(page.minX()) - 1.0f;
+    g.minY = float(page.minY()) - 1.0f;
+    g.maxX = float(page.maxX()) + 1.0f;
+    g.maxY = float(page.maxY()) + 1.0f;
+    return g;
+}
+
+// The pixels x0 <= x < x1 of row cy split by whether their mirror image (CurlGeometry::mirror)
+// lies on the page: each(from, to, onPage) for consecutive runs. The images lie along a straight
+// line, so the pixels whose image is well inside or well outside the page (by far more than
+// rounding moves it) are found from that line; only those near the page's edges are tested one
+// by one.
+template <class Each>
+void forEachMirrorRun(const CurlGeometry& g, float cy, int x0, int x1, Each&& each) {
+    // The image of the pixel at centre cx is (ax + bx cx, ay + by cx).
+    const double dx = g.dx;
+    const double dy = g.dy;
+    const double shift0 = 2.0 * g.line - double(kPi * g.radius) - 2.0 * (-double(g.ox) * dx + (double(cy) - g.oy) * dy);
+    const double ax = shift0 * dx;
+    const double bx = 1.0 - 2.0 * dx * dx;
+    const double ay = double(cy) + shift0 * dy;
+    const double by = -2.0 * dx * dy;
+    // The pixels whose image lies inside the page grown by `margin` on every side.
+    const auto pixelsInside = [&](double margin) {
+        double from = double(x0) - 1.0;
+        double to = double(x1) + 1.0;
+        const auto within = [&](double a, double b, double low, double high) {
+            if (b == 0.0) {
+                if (!(a > low && a < high)) to = from;
+                return;
+            }
+            const double c0 = (low - a) / b;
+            const double c1 = (high - a) / b;
+            from = std::max(from, std::min(c0, c1));
+            to = std::min(to, std::max(c0, c1));
+        };
+        within(ax, bx, g.minX - margin, g.maxX + margin);
+        within(ay, by, g.minY - margin, g.maxY + margin);
+        if (!(from < to)) return std::pair{x0, x0};
+        // Both now lie within the row, one pixel beyond its ends at most.
+        const int first = std::clamp(int(std::floor(from - 0.5)) + 1, x0, x1);
+        return std::pair{first, std::clamp(int(std::ceil(to - 0.5)), first, x1)};
+    };
+    constexpr double kSafeMargin = 0.01;
+    auto [surelyFrom, surelyTo] = pixelsInside(-kSafeMargin);
+    const auto [maybeFrom, maybeTo] = pixelsInside(kSafeMargin);
+    if (surelyFrom >= surelyTo) surelyFrom = surelyTo = maybeTo;
+    const auto tested = [&](int from, int to) {
+        const auto onPage = [&](int i) {
+            const Point p = g.mirror(float(from + i) + 0.5f, cy);
+            return int(g.onPage(float(p.x), float(p.y)));
+        };
+        forEachRun(to - from, onPage, [&](int s, int e, int inside) { each(from + s, from + e, inside != 0); });
+    };
+    // Off, near the edge, on, near the edge, off.
+    const int bounds[] = {x0, maybeFrom, surelyFrom, surelyTo, maybeTo, x1};
+    for (int i = 0; i < 5; ++i) {
+        if (bounds[i] >= bounds[i + 1]) continue;
+        if (i % 2) tested(bounds[i], bounds[i + 1]);
+        else each(bounds[i], bounds[i + 1], i == 2);
+    }
+}
+
+}  // namespace qm::kernels
