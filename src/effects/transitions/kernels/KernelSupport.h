@@ -58,6 +58,12 @@ inline float asinOfUnit(float v) {
     return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
 }
 
+// asinOfUnit, lane by lane, with the same steps.
+inline Float4 asinOfUnit4(Float4 v) {
+    const Float4 root = sqrtFloat4(maxFloat4(1.0f - v, splat(0.0f)));
+    return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
+}
+
 // The four pixels (x0, y0), (x0 + 1, y0), (x0, y0 + 1), (x0 + 1, y0 + 1) of a tile that holds
 // them all, blended by tx across and ty up. Bytes are blended in integer steps of 1/128 pixel, as
 // transforms of bitmaps are, which rounds a little differently from ConstImageTile::sample.

@@ -151,20 +151,33 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
                 storeFloat4(dst + 4 * (x - x0), over(top, flat));
             }
         };
-        const auto roll = [&](int x, float cx, float u) {
-            const float sine = std::min((line - u) / radius, 1.0f);
-            const float angle = asinOfUnit(sine);
-            const float cosine = std::sqrt(std::max(1.0f - sine * sine, 0.0f));
-            const float upperShift = line - radius * (kPi - angle) - u;
-            const float ux = cx + upperShift * g.dx;
-            const float uy = cy + upperShift * g.dy;
-            const Float4 upper = g.onPage(ux, uy) ? shade(sampleBilinear(back, ux, uy), -sine, cosine) : splat(0.0f);
-            if (upper[3] >= 1.0f) return upper;
-            const float lowerShift = line - radius * angle - u;
-            const float lx = cx + lowerShift * g.dx;
-            const float ly = cy + lowerShift * g.dy;
-            const Float4 lower = g.onPage(lx, ly) ? shade(sampleBilinear(front, lx, ly), sine, cosine) : splat(0.0f);
-            return over(upper, over(lower, b(x)));
+        // The roll over pixels x0 <= x < x1, its geometry worked out four pixels at a time.
+        const auto rollRun = [&](int x0, int x1) {
+            for (int x = x0; x < x1; x += 4) {
+                const Float4 cx = float(x) + Float4{0.5f, 1.5f, 2.5f, 3.5f};
+                const Float4 u = (cx - g.ox) * g.dx + (cy - g.oy) * g.dy;
+                const Float4 sine = minFloat4((line - u) / radius, splat(1.0f));
+                const Float4 angle = asinOfUnit4(sine);
+                const Float4 cosine = sqrtFloat4(maxFloat4(1.0f - sine * sine, splat(0.0f)));
+                const Float4 upperShift = line - radius * (kPi - angle) - u;
+                const Float4 ux = cx + upperShift * g.dx;
+                const Float4 uy = cy + upperShift * g.dy;
+                const Float4 lowerShift = line - radius * angle - u;
+                const Float4 lx = cx + lowerShift * g.dx;
+                const Float4 ly = cy + lowerShift * g.dy;
+                for (int lane = 0; lane < std::min(4, x1 - x); ++lane) {
+                    Float4 value = splat(0.0f);
+                    if (g.onPage(ux[lane], uy[lane]))
+                        value = shade(sampleBilinear(back, ux[lane], uy[lane]), -sine[lane], cosine[lane]);
+                    if (value[3] < 1.0f) {
+                        Float4 lower = splat(0.0f);
+                        if (g.onPage(lx[lane], ly[lane]))
+                            lower = shade(sampleBilinear(front, lx[lane], ly[lane]), sine[lane], cosine[lane]);
+                        value = over(value, over(lower, b(x + lane)));
+                    }
+                    storeFloat4(row + 4 * (x + lane - first), value);
+                }
+            }
         };
         forEachOrderedRun(out.rect.width, part, [&](int start, int end, int kind) {
             const int x0 = first + start;
@@ -172,11 +185,11 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
             switch (kind) {
                 case kPlainTarget: copyRow(target, y, x0, x1, row + 4 * start); return;
                 case kFlat: forEachMirrorRun(g, cy, x0, x1, flatRun); return;
+                case kRoll: rollRun(x0, x1); return;
                 default:
                     for (int x = x0; x < x1; ++x) {
                         const float cx = float(x) + 0.5f;
-                        const float u = g.along(cx, cy);
-                        storeFloat4(row + 4 * (x - first), kind == kRoll ? roll(x, cx, u) : onTarget(b(x), cx, cy, u));
+                        storeFloat4(row + 4 * (x - first), onTarget(b(x), cx, cy, g.along(cx, cy)));
                     }
             }
         });
