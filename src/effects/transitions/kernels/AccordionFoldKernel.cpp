@@ -9,8 +9,13 @@
 // and bottom edges. Panels whose depth grows to the right face away from the light and darken by
 // foldShadowAmount * sin a; the others by a quarter of that. The target, in place, shows wherever
 // no panel lies.
+#include <algorithm>
 #include <cmath>
 #include <vector>
+
+#if defined(__x86_64__)
+#include <immintrin.h>
+#endif
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
@@ -48,6 +53,169 @@ struct Fold {
     }
 };
 
+// A folded column of a tile: where it reads the from image, its perspective and its light.
+struct Column {
+    Float4 light = splat(1.0f);  // the light on red, green and blue; 1 on alpha
+    float sourceX = 0;
+    float inverseScale = 1;
+    int x0 = 0;           // the left pixel of the bilinear sample
+    float tx = 0;         // the weight of the right one
+    int wx = 0;           // tx in 1/128 steps, for a byte tile
+    bool inside = false;  // both pixels lie in the from tile's columns
+};
+
+// Later rows read a little higher up the same columns, scattered over many source rows: bytes
+// are fetched this many rows ahead.
+constexpr int kPrefetchRows = 4;
+
+// The lit panel of column c in the row `fromMiddle` above the picture's middle, bilinear as
+// sampleBilinear. `Bytes` tells whether `from` is a byte tile.
+template <bool Bytes>
+inline Float4 litPanel(const Fold& f, const Column& c, const ConstImageTile& from, float fromMiddle) {
+    const PixelRect& r = from.rect;
+    const float py = f.middle + fromMiddle * c.inverseScale;
+    const float v = py - 0.5f;
+    const int y0 = fastFloor(v);
+    Float4 panel;
+    if (c.inside && y0 >= r.y && y0 + 1 < r.maxY()) {
+        const float ty = v - float(y0);
+        if constexpr (Bytes) {
+            const uint8_t* p = from.byteAt(c.x0, y0);
+            __builtin_prefetch(p + kPrefetchRows * from.byteStride);
+            panel = bilinearBytes(p, p + from.byteStride, c.wx, int(ty * 128.0f + 0.5f)) * kByteToFloat;
+        } else {
+            const float* p = from.at(c.x0, y0);
+            const float* q = p + from.rowStride;
+            panel = mix(mix(loadFloat4(p), loadFloat4(p + 4), c.tx), mix(loadFloat4(q), loadFloat4(q + 4), c.tx), ty);
+        }
+    } else if (y0 + 1 < r.y || y0 >= r.maxY()) {
+        panel = splat(0.0f);  // above or below the picture
+    } else {
+        panel = from.sample(c.sourceX, py);
+    }
+    // As shaded(): colour scaled by the light and limited to alpha, which stays.
+    return minFloat4(panel * c.light, splat(panel[3]));
+}
+
+// Stores the lit panels of pixels start <= x < end into `dst` (pixel `start` first) and widens
+// [firstClear, lastClear] over those whose panel is not opaque.
+template <bool Bytes>
+void litPanels(const Fold& f, const Column* column, const ConstImageTile& from, float fromMiddle, int start,
+               int end, float* dst, int& firstClear, int& lastClear) {
+    for (int x = start; x < end; ++x, dst += 4) {
+        const Float4 lit = litPanel<Bytes>(f, column[x], from, fromMiddle);
+        storeFloat4(dst, lit);
+        if (!(lit[3] >= 1.0f)) {
+            firstClear = std::min(firstClear, x);
+            lastClear = x;
+        }
+    }
+}
+
+#if defined(__x86_64__)
+// litPanels for a byte tile with AVX2: the source rows and their weights eight columns at a time
+// (`scales` holds the columns' inverse scales, readable up to eight past `end`), then the pixels
+// two at a time through the same integer steps as bilinearBytes. Every step is litPanel's
+// arithmetic, so the results are the same. Pairs that reach beyond the tile go one by one.
+__attribute__((target("avx2"))) void litPanelsAVX2(const Fold& f, const Column* column, const float* scales,
+                                                   const ConstImageTile& from, float fromMiddle, int start, int end,
+                                                   float* dst, int& firstClear, int& lastClear) {
+    const PixelRect& r = from.rect;
+    const std::ptrdiff_t stride = from.byteStride;
+    thread_local std::vector<int32_t> rowsAndWeights;
+    rowsAndWeights.resize(2 * size_t(end - start + 8));
+    int32_t* sourceRows = rowsAndWeights.data() - start;
+    int32_t* rowWeights = sourceRows + (end - start + 8);
+    const __m256 middle = _mm256_set1_ps(f.middle);
+    const __m256 row = _mm256_set1_ps(fromMiddle);
+    for (int x = start; x < end; x += 8) {
+        const __m256 v =
+            _mm256_sub_ps(_mm256_add_ps(middle, _mm256_mul_ps(row, _mm256_loadu_ps(scales + x))), _mm256_set1_ps(0.5f));
+        // fastFloor, lane by lane.
+        const __m256i truncated = _mm256_cvttps_epi32(v);
+        const __m256i y0 = _mm256_add_epi32(
+            truncated, _mm256_castps_si256(_mm256_cmp_ps(_mm256_cvtepi32_ps(truncated), v, _CMP_GT_OQ)));
+        const __m256 ty = _mm256_sub_ps(v, _mm256_cvtepi32_ps(y0));
+        const __m256i wy =
+            _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(ty, _mm256_set1_ps(128.0f)), _mm256_set1_ps(0.5f)));
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(sourceRows + x), y0);
+        _mm256_storeu_si256(reinterpret_cast<__m256i*>(rowWeights + x), wy);
+    }
+    const __m256i half = _mm256_set1_epi16(64);
+    const __m256 toFloat = _mm256_set1_ps(kByteToFloat);
+    const __m256 one = _mm256_set1_ps(1.0f);
+    auto load = [](const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); };
+    int x = start;
+    for (; x + 2 <= end; x += 2, dst += 8) {
+        const Column& c0 = column[x];
+        const Column& c1 = column[x + 1];
+        const int y0 = sourceRows[x];
+        const int y1 = sourceRows[x + 1];
+        if (!c0.inside || !c1.inside || std::min(y0, y1) < r.y || std::max(y0, y1) + 1 >= r.maxY()) {
+            litPanels<true>(f, column, from, fromMiddle, x, x + 2, dst, firstClear, lastClear);
+            continue;
+        }
+        const uint8_t* p0 = from.byteAt(c0.x0, y0);
+        const uint8_t* p1 = from.byteAt(c1.x0, y1);
+        __builtin_prefetch(p0 + kPrefetchRows * stride);
+        __builtin_prefetch(p1 + kPrefetchRows * stride);
+        // Lanes 0-7 hold pixel x's two source pixels, lanes 8-15 pixel x + 1's.
+        const __m256i lower = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p0), load(p1)));
+        const __m256i upper = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p0 + stride), load(p1 + stride)));
+        const __m256i wy =
+            _mm256_setr_m128i(_mm_set1_epi16(short(rowWeights[x])), _mm_set1_epi16(short(rowWeights[x + 1])));
+        const __m256i wx = _mm256_setr_m128i(_mm_set1_epi16(short(c0.wx)), _mm_set1_epi16(short(c1.wx)));
+        // a + ((b - a) * w + 64) >> 7, up and then across.
+        const __m256i vertical = _mm256_add_epi16(
+            lower,
+            _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(upper, lower), wy), half), 7));
+        const __m256i right = _mm256_srli_si256(vertical, 8);
+        const __m256i h = _mm256_add_epi16(
+            vertical,
+            _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(right, vertical), wx), half), 7));
+        const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
+        const __m256 panel = _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), toFloat);
+        const __m256 alpha = _mm256_shuffle_ps(panel, panel, 0xff);
+        const __m256 light = _mm256_setr_m128(__m128(c0.light), __m128(c1.light));
+        _mm256_storeu_ps(dst, _mm256_min_ps(_mm256_mul_ps(panel, light), alpha));
+        const int opaque = _mm256_movemask_ps(_mm256_cmp_ps(alpha, one, _CMP_GE_OQ));
+        if (opaque != 0xff) {
+            if ((opaque & 0x0f) != 0x0f) firstClear = std::min(firstClear, x);
+            if ((opaque & 0xf0) != 0xf0) firstClear = std::min(firstClear, x + 1);
+            lastClear = (opaque & 0xf0) != 0xf0 ? x + 1 : x;
+        }
+    }
+    litPanels<true>(f, column, from, fromMiddle, x, end, dst, firstClear, lastClear);
+}
+#endif
+
+// Pixels start <= x < end of row y, all folded, into `dst` (pixel `start` first): the lit panel
+// where it is opaque, else the lit panel over the target.
+template <bool Bytes>
+void foldRow(const Fold& f, const Column* column, const float* scales, const ConstImageTile& from,
+             const ConstImageTile& to, int y, int start, int end, float* dst) {
+    const float fromMiddle = float(y) + 0.5f - f.middle;
+    // The span of pixels the panel leaves partly uncovered.
+    int firstClear = end;
+    int lastClear = start - 1;
+#if defined(__x86_64__)
+    static const bool hasAVX2 = __builtin_cpu_supports("avx2");
+    if (Bytes && hasAVX2) litPanelsAVX2(f, column, scales, from, fromMiddle, start, end, dst, firstClear, lastClear);
+    else litPanels<Bytes>(f, column, from, fromMiddle, start, end, dst, firstClear, lastClear);
+#else
+    litPanels<Bytes>(f, column, from, fromMiddle, start, end, dst, firstClear, lastClear);
+#endif
+    if (firstClear > lastClear) return;
+    float* target = rowBuffer(lastClear + 1 - firstClear);
+    copyRow(to, y, firstClear, lastClear + 1, target);
+    float* out = dst + 4 * (firstClear - start);
+    for (int x = firstClear; x <= lastClear; ++x, out += 4, target += 4) {
+        const float alpha = out[3];
+        if (alpha >= 1.0f) continue;
+        storeFloat4(out, alpha <= 0.0f ? loadFloat4(target) : over(loadFloat4(out), loadFloat4(target)));
+    }
+}
+
 }  // namespace
 
 Image accordionFoldTransition(const Image& from, const Image& to, double time,
@@ -69,8 +237,6 @@ Image accordionFoldTransition(const Image& from, const Image& to, double time,
     const float deepest = (f.viewer + f.depth) / f.viewer;
 
     auto kernel = transitionKernel("accordionFold");
-    // The folded picture is sampled all over; the target is copied in rows.
-    kernel->byteInputs = {false, true};
     kernel->regionOfInterest = [=](size_t index, const Rect& rect) {
         if (index != 0 || t <= 0.0f) return rect;
         if (t >= 1.0f) return Rect{};
@@ -82,45 +248,49 @@ Image accordionFoldTransition(const Image& from, const Image& to, double time,
     };
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
         const ConstImageTile& fromTile = in[0];
-        // The columns of the tile, worked out once.
-        struct Column {
-            bool folded;
-            float sourceX;
-            float inverseScale;
-            float light;
-        };
-        thread_local std::vector<Column> columns;
-        columns.resize(size_t(out.rect.width));
-        for (int i = 0; i < out.rect.width; ++i) {
-            Column& c = columns[size_t(i)];
-            c.folded = t > 0.0f && t < 1.0f && f.column(float(out.rect.x + i) + 0.5f, c.sourceX, c.inverseScale, c.light);
-        }
-        const Column* column = columns.data() - out.rect.x;
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();
         if (t <= 0.0f) {
             for (int y = out.rect.y; y < out.rect.maxY(); ++y) copyRow(fromTile, y, x0, x1, out.row(y));
             return;
         }
-        // The folded columns form one run; the target shows on either side of it.
-        int foldStart = x0;
-        while (foldStart < x1 && !column[foldStart].folded) ++foldStart;
-        int foldEnd = foldStart;
-        while (foldEnd < x1 && column[foldEnd].folded) ++foldEnd;
+        // The columns of the tile, worked out once. The folded ones form one run; the target shows
+        // on either side of it.
+        thread_local std::vector<Column> columns;
+        thread_local std::vector<float> scales;  // their inverse scales, and eight more to read in groups
+        columns.assign(size_t(out.rect.width), Column{});
+        scales.assign(size_t(out.rect.width) + 8, 1.0f);
+        const Column* column = columns.data() - x0;
+        int foldStart = x1;
+        int foldEnd = x1;
+        const PixelRect& r = fromTile.rect;
+        for (int x = x0; x < x1 && t < 1.0f; ++x) {
+            Column& c = columns[size_t(x - x0)];
+            float light = 1.0f;
+            if (!f.column(float(x) + 0.5f, c.sourceX, c.inverseScale, light)) {
+                if (foldStart < x1) break;
+                continue;
+            }
+            if (foldStart == x1) foldStart = x;
+            foldEnd = x + 1;
+            const float u = c.sourceX - 0.5f;
+            c.x0 = fastFloor(u);
+            c.tx = u - float(c.x0);
+            c.wx = int(c.tx * 128.0f + 0.5f);
+            c.inside = c.x0 >= r.x && c.x0 + 1 < r.maxX();
+            c.light = Float4{light, light, light, 1.0f};
+            scales[size_t(x - x0)] = c.inverseScale;
+        }
+        const bool bytes = fromTile.bytes != nullptr;
         for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
             float* row = out.row(y);
             copyRow(in[1], y, x0, foldStart, row);
             copyRow(in[1], y, foldEnd, x1, row + 4 * (foldEnd - x0));
-            const float fromMiddle = float(y) + 0.5f - f.middle;
-            for (int x = foldStart; x < foldEnd; ++x) {
-                const Column& c = column[x];
-                const Float4 panel = sampleBilinear(fromTile, c.sourceX, f.middle + fromMiddle * c.inverseScale);
-                float* dst = row + 4 * (x - x0);
-                // An opaque panel hides the target.
-                if (panel[3] >= 1.0f) storeFloat4(dst, shaded(panel, c.light));
-                else if (panel[3] <= 0.0f) storeFloat4(dst, in[1].pixel(x, y));
-                else storeFloat4(dst, over(shaded(panel, c.light), in[1].pixel(x, y)));
-            }
+            if (foldStart == foldEnd) continue;
+            float* dst = row + 4 * (foldStart - x0);
+            const float* scale = scales.data() - x0;
+            if (bytes) foldRow<true>(f, column, scale, fromTile, in[1], y, foldStart, foldEnd, dst);
+            else foldRow<false>(f, column, scale, fromTile, in[1], y, foldStart, foldEnd, dst);
         }
     };
     return applyKernel(kernel, {from, to});

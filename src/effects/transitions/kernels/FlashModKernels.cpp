@@ -1,5 +1,6 @@
 // Flash and mod: transitions whose boundary is drawn around a centre point.
 #include <cmath>
+#include <cstring>
 #include <vector>
 
 #include "effects/transitions/kernels/KernelSupport.h"
@@ -41,6 +42,53 @@ float spokes(float ux, float uy) {
     const float re7 = re6 * ux - im6 * uy;
     return 0.5f + 0.3f * re16 + 0.2f * re7;
 }
+
+// Whether a comparison holds in all four lanes.
+inline bool allLanes(Int4 lanes) {
+#if defined(__SSE2__)
+    return _mm_movemask_ps(_mm_castsi128_ps(__m128i(lanes))) == 0xf;
+#else
+    return (lanes[0] & lanes[1] & lanes[2] & lanes[3]) != 0;
+#endif
+}
+
+constexpr int kRowsAhead = 2;
+
+// One row of an input over a span of pixels, read in place where the tile covers the span (a byte
+// tile's bytes or a float tile's floats) and otherwise copied into a row buffer.
+struct RowPixels {
+    const uint8_t* bytes = nullptr;  // the span's first pixel, or null
+    const float* floats = nullptr;   // the same, when `bytes` is null
+    // From `bytes` to the same pixel a few rows up, to fetch early: a tile's rows lie far apart in
+    // a bitmap, too far for the processor to fetch them ahead by itself. 0 near the tile's top.
+    std::ptrdiff_t ahead = 0;
+
+    RowPixels(const ConstImageTile& tile, int y, int x0, int x1) {
+        const PixelRect& r = tile.rect;
+        if (y >= r.y && y < r.maxY() && x0 >= r.x && x1 <= r.maxX()) {
+            if (tile.bytes) {
+                bytes = tile.byteAt(x0, y);
+                if (y + kRowsAhead < r.maxY()) ahead = kRowsAhead * tile.byteStride;
+            } else {
+                floats = tile.at(x0, y);
+            }
+            return;
+        }
+        float* row = rowBuffer(x1 - x0);
+        copyRow(tile, y, x0, x1, row);
+        floats = row;
+    }
+    Float4 pixel(int i) const { return bytes ? bytePixel(bytes + 4 * i) : loadFloat4(floats + 4 * i); }
+    // Fetches pixels i .. i + 3 of the row `ahead` early.
+    void prefetch4(int i) const {
+        if (bytes) __builtin_prefetch(bytes + ahead + 4 * i);
+    }
+    // Pixels i .. i + 3 into dst.
+    void copy4(int i, float* dst) const {
+        if (bytes) bytesToFloats(bytes + 4 * i, dst, 4);
+        else std::memcpy(dst, floats + 4 * i, sizeof(float) * 16);
+    }
+};
 
 }  // namespace
 
@@ -135,29 +183,45 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
         const int x0 = out.rect.x;
         const int width = out.rect.width;
         if (copyEndInput(out, in, t)) return;
-        // The distance field is smooth between its creases; every fourth pixel is enough.
+        // The distance field is smooth between its creases; every fourth pixel (2^2) is enough.
         thread_local CoarseField share;
         share.fill4(out.rect, 2, targetShare);
-        // Each row is runs of from pixels, target pixels and mixes of the two.
+        // Each row: the field's values at its pixels, then each group of four pixels copied from
+        // one input where the field gives all of them to it, else mixed pixel by pixel.
         thread_local std::vector<float> weights;
-        weights.resize(size_t(width));
+        const int first = x0 - (x0 & 3);
+        weights.resize(size_t(x0 + width - first + 4));
         for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
             const CoarseField::Row field = share.row(y);
-            for (int i = 0; i < width; ++i) weights[size_t(i)] = field(x0 + i);
-            const auto kind = [&](int i) {
-                const float w = weights[size_t(i)];
-                return w <= 0.0f ? 0 : w >= 1.0f ? 1 : 2;
+            // The field four pixels at a time, as CoarseField::Row gives it: its cells are four
+            // pixels wide and start at multiples of four.
+            const Float4 steps = Float4{0.0f, 1.0f, 2.0f, 3.0f} * field.inverseStep;
+            for (int x = first; x < x0 + width; x += 4) {
+                const int i = (x - field.x0) >> 2;
+                const float v = field.values[i];
+                storeFloat4(weights.data() + (x - first), v + (field.values[i + 1] - v) * steps);
+            }
+            const float* w = weights.data() + (x0 - first);
+            const RowPixels a(in[0], y, x0, x0 + width);
+            const RowPixels b(in[1], y, x0, x0 + width);
+            float* dst = out.row(y);
+            auto mixed = [&](int i) {
+                const float weight = w[i];
+                if (weight <= 0.0f) return a.pixel(i);
+                if (weight >= 1.0f) return b.pixel(i);
+                return mix(a.pixel(i), b.pixel(i), weight);
             };
-            float* row = out.row(y);
-            forEachRun(width, kind, [&](int start, int end, int runKind) {
-                float* dst = row + 4 * start;
-                copyRow(in[runKind == 1 ? 1 : 0], y, x0 + start, x0 + end, dst);
-                if (runKind != 2) return;
-                float* target = rowBuffer(end - start);
-                copyRow(in[1], y, x0 + start, x0 + end, target);
-                for (int i = start; i < end; ++i, dst += 4)
-                    storeFloat4(dst, mix(loadFloat4(dst), loadFloat4(target + 4 * (i - start)), weights[size_t(i)]));
-            });
+            int i = 0;
+            for (; i + 4 <= width; i += 4) {
+                a.prefetch4(i);
+                b.prefetch4(i);
+                const Float4 group = loadFloat4(w + i);
+                if (allLanes(group <= 0.0f)) a.copy4(i, dst + 4 * i);
+                else if (allLanes(group >= 1.0f)) b.copy4(i, dst + 4 * i);
+                else
+                    for (int k = i; k < i + 4; ++k) storeFloat4(dst + 4 * k, mixed(k));
+            }
+            for (; i < width; ++i) storeFloat4(dst + 4 * i, mixed(i));
         }
     };
     return applyKernel(kernel, {from, to});

@@ -1,6 +1,7 @@
 // Dissolve, swipe, bars swipe and copy machine: transitions whose boundary is a straight line.
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
@@ -9,6 +10,26 @@
 namespace qm {
 
 using namespace kernels;
+
+namespace {
+
+// Pixels x0 <= x < x1 of row y of `tile` into `dst` as copyRow does; true when they are known to
+// be opaque (a byte tile covering the span whose alphas are all 255).
+bool copyRowOpaque(const ConstImageTile& tile, int y, int x0, int x1, float* dst) {
+    copyRow(tile, y, x0, x1, dst);
+    const PixelRect& r = tile.rect;
+    if (!tile.bytes || y < r.y || y >= r.maxY() || x0 < r.x || x1 > r.maxX()) return false;
+    const uint8_t* src = tile.byteAt(x0, y);
+    uint32_t alphas = 0xff000000u;
+    for (int i = 0; i < x1 - x0; ++i) {
+        uint32_t pixel;
+        std::memcpy(&pixel, src + 4 * i, sizeof pixel);
+        alphas &= pixel;
+    }
+    return (alphas & 0xff000000u) == 0xff000000u;
+}
+
+}  // namespace
 
 Image dissolveTransition(const Image& from, const Image& to, double time) {
     const float t = transitionTime(time);
@@ -83,28 +104,36 @@ Image barsSwipeTransition(const Image& from, const Image& to, double time,
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();
         if (axis >= 0) {
-            // Each row is runs of bars of one parity, each run a shifted copy of the from image,
-            // and then the target under whatever of it is not opaque.
+            // Each row is runs of bars of one parity, each run a shifted copy of the from image
+            // with the target under whatever of it is not opaque. The parity is a floor of a
+            // monotonic function of x, so each run ends where it first changes.
+            const float across = dy * inverseWidth;
             for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
                 const float cy = float(y) + 0.5f;
                 float* row = out.row(y);
-                const auto parityAt = [&](int x) {
-                    return fastFloor((cy * dx - (float(x) + 0.5f) * dy) * inverseWidth) & 1;
-                };
+                const float along = cy * dx;
+                const auto barAt = [&](int x) { return fastFloor((along - (float(x) + 0.5f) * dy) * inverseWidth); };
                 for (int start = x0; start < x1;) {
-                    const int parity = parityAt(start);
-                    int end = start + 1;
-                    while (end < x1 && parityAt(end) == parity) ++end;
-                    const int shift = shifts[parity];
+                    const int bar = barAt(start);
+                    // The next bar begins about where the value reaches bar or bar + 1.
+                    int end = x1;
+                    if (across != 0.0f) {
+                        const double edge = across > 0.0f ? bar : bar + 1;
+                        const double x = (double(along) * inverseWidth - edge) / across - 0.5;
+                        end = int(std::clamp(std::ceil(x), double(start + 1), double(x1)));
+                        while (end > start + 1 && barAt(end - 1) != bar) --end;
+                        while (end < x1 && barAt(end) == bar) ++end;
+                    }
+                    const int shift = shifts[bar & 1];
                     float* dst = row + 4 * (start - x0);
-                    if (axis == 0) copyRow(fromTile, y, start - shift, end - shift, dst);
-                    else copyRow(fromTile, y - shift, start, end, dst);
+                    const bool opaque = axis == 0 ? copyRowOpaque(fromTile, y, start - shift, end - shift, dst)
+                                                  : copyRowOpaque(fromTile, y - shift, start, end, dst);
+                    if (!opaque) {
+                        float* target = rowBuffer(end - start);
+                        copyRow(in[1], y, start, end, target);
+                        compositeUnder(dst, target, end - start);
+                    }
                     start = end;
-                }
-                if (!allOpaque(row, x1 - x0)) {
-                    float* target = rowBuffer(x1 - x0);
-                    copyRow(in[1], y, x0, x1, target);
-                    compositeUnder(row, target, x1 - x0);
                 }
             }
             return;
