@@ -107,10 +107,12 @@ Image flashTransition(const Image& from, const Image& to, double time, const Fla
     if (t > threshold) {
         const float fade = (t - threshold) / (1.0f - threshold);
         kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
-            fillTile(out, [&](int y, float) {
-                const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-                return [=](int x, float) { return fade >= 1.0f ? b(x) : mix(flash, b(x), fade); };
-            });
+            for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+                float* row = out.row(y);
+                copyRow(in[1], y, out.rect.x, out.rect.maxX(), row);
+                if (fade >= 1.0f) continue;
+                for (float* p = row; p < row + 4 * out.rect.width; p += 4) storeFloat4(p, mix(flash, loadFloat4(p), fade));
+            }
         };
         return applyKernel(kernel, {from, to});
     }
@@ -135,11 +137,13 @@ Image flashTransition(const Image& from, const Image& to, double time, const Fla
         // The flash is smooth but for its spokes near the centre; every eighth pixel is enough.
         thread_local CoarseField flashCover;
         if (s > 0.0f) flashCover.fill(out.rect, 3, cover);
-        fillTile(out, [&](int y, float) {
-            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
-            const CoarseField::Row row = s > 0.0f ? flashCover.row(y) : CoarseField::Row{};
-            return [=](int x, float) { return s > 0.0f ? mix(a(x), flash, row(x)) : a(x); };
-        });
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            float* row = out.row(y);
+            copyRow(in[0], y, out.rect.x, out.rect.maxX(), row);
+            if (s <= 0.0f) continue;
+            const CoarseField::Row share = flashCover.row(y);
+            for (int x = out.rect.x; x < out.rect.maxX(); ++x, row += 4) storeFloat4(row, mix(loadFloat4(row), flash, share(x)));
+        }
     };
     return applyKernel(kernel, {from, to});
 }

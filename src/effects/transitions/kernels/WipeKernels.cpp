@@ -35,11 +35,15 @@ Image dissolveTransition(const Image& from, const Image& to, double time) {
     const float t = transitionTime(time);
     auto kernel = transitionKernel("dissolve");
     kernel->render = [t](const ImageTile& out, std::span<const ConstImageTile> in) {
-        fillTile(out, [&](int y, float) {
-            const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
-            const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
-            return [=](int x, float) { return mix(a(x), b(x), t); };
-        });
+        if (copyEndInput(out, in, t)) return;
+        const int width = out.rect.width;
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            float* row = out.row(y);
+            float* target = rowBuffer(width);
+            copyRow(in[0], y, out.rect.x, out.rect.maxX(), row);
+            copyRow(in[1], y, out.rect.x, out.rect.maxX(), target);
+            mixRows(row, target, t, row, 4 * width);
+        }
     };
     return applyKernel(kernel, {from, to});
 }
