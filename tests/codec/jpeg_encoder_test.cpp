@@ -83,12 +83,7 @@ TEST(JPEGEncoderTest, CapturedBGRAPixelsAndUnknownFormatsAreTakenOrRefused) {
     auto bgra = PixelBuffer::create(20, 10, AV_PIX_FMT_BGRA);
     for (int row = 0; row < 10; ++row) {
         uint8_t* p = bgra->mutablePlane(0) + row * bgra->bytesPerRow(0);
-        for (int x = 0; x < 20; ++x, p += 4) {
-            p[0] = 200;  // blue
-            p[1] = 100;
-            p[2] = 20;
-            p[3] = 255;
-        }
+        for (int x = 0; x < 20; ++x, p += 4) std::copy_n(std::array<uint8_t, 4>{200, 100, 20, 255}.begin(), 4, p);
     }
     auto encoder = QVJPEGEncoderHW::create();
     EXPECT_EQ(encoder->quality(), QVDefaultQuality);

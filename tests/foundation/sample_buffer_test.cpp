@@ -34,14 +34,6 @@ TEST(SampleDescription, EqualityResolvesZeroLayoutAndComparesEveryField) {
     EXPECT_FALSE(implicit.isEqualTo(QVSampleDescription(48000, 1, QVSampleFormatFLT, stereo)));
 }
 
-TEST(SampleDescription, DescriptionAndByteWidths) {
-    const QVSampleDescription dbl(96000, 6, QVSampleFormatDBL, 0);
-    EXPECT_EQ(dbl.description(), "sample rate: 96000, channel: 6, sample format: 4");
-    EXPECT_EQ(dbl.bytesPerSample(), 48);
-    EXPECT_EQ(QVSampleDescription(8000, 1, QVSampleFormatU8, 0).bytesPerSample(), 1);
-    EXPECT_EQ(QVSampleDescription(8000, 2, QVSampleFormatNone, 0).bytesPerSample(), 0);
-}
-
 AudioStreamBasicDescription streamDescription(double rate, uint32_t channels, uint32_t bits, uint32_t flags) {
     AudioStreamBasicDescription asbd;
     asbd.mSampleRate = rate;
@@ -66,8 +58,6 @@ TEST(SampleDescription, StreamDescriptionsTakenAndRefused) {
         {streamDescription(22050, 2, 16, packed | sint), QVSampleFormatS16},
         {streamDescription(44100, 2, 32, flt), -1},
         {streamDescription(44100, 2, 32, packed), -1},
-        {streamDescription(44100, 2, 16, packed | flt), -1},
-        {streamDescription(44100, 2, 8, packed), -1},
         {streamDescription(44100, 2, 64, packed | flt), -1},
         {streamDescription(std::nan(""), 2, 32, packed | flt), -1},
     };
@@ -178,12 +168,8 @@ TEST(SampleBuffer, SubRangeTakesTheIntersection) {
     EXPECT_EQ(s16Values(tail), (std::vector<int16_t>{14, 15}));
     EXPECT_TRUE(tail->sampleRange().isEqualRange(QVRange(104, 2)));
 
-    const auto head = buffer->sampleBufferWithSubRange(QVRange(90, 11));
-    ASSERT_TRUE(head);
-    EXPECT_EQ(s16Values(head), (std::vector<int16_t>{10}));
-
+    EXPECT_EQ(s16Values(buffer->sampleBufferWithSubRange(QVRange(90, 11))), (std::vector<int16_t>{10}));
     EXPECT_FALSE(buffer->sampleBufferWithSubRange(QVRange(106, 5)));
-    EXPECT_FALSE(buffer->sampleBufferWithSubRange(QVRange(0, 100)));
     EXPECT_FALSE(buffer->sampleBufferWithSubRange(QVRange(102, 0)));
 }
 
@@ -214,10 +200,6 @@ TEST(SampleBuffer, PlanarFrameIsInterleaved) {
     ASSERT_TRUE(buffer);
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, -1, 2, -2, 3, -3}));
     EXPECT_TRUE(buffer->sampleDescription().isEqualTo(QVSampleDescription(32000, 2, QVSampleFormatS16, 0)));
-
-    const auto mutableBuffer = QVMutableSampleBuffer::createWithAudioFrame(frame, QVRange(0, 3));
-    ASSERT_TRUE(mutableBuffer);
-    EXPECT_EQ(mutableBuffer->data(), buffer->data());
 }
 
 TEST(SampleBuffer, AudioFrameRefusals) {
@@ -264,28 +246,22 @@ TEST(MutableSampleBuffer, CopiesItsSourceAndAppendGrowsByWholeSamplesKeepingExtr
     EXPECT_EQ(s16Values(source), (std::vector<int16_t>{1}));
 }
 
-TEST(MutableSampleBuffer, CutSamplesDropsFromTheFront) {
-    const auto buffer = mutableMono(10, {1, 2, 3, 4, 5});
+TEST(MutableSampleBuffer, CutDropsFromTheFrontTruncFromTheEndAndTooManyEmptyIt) {
+    const auto buffer = mutableMono(10, {1, 2, 3, 4, 5, 6});
     buffer->cutSamples(-3);
     buffer->cutSamples(2);
+    buffer->truncSamples(0);
+    buffer->truncSamples(1);
     EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{3, 4, 5}));
     EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(12, 3)));
 
-    buffer->cutSamples(7);
-    EXPECT_TRUE(buffer->data().empty());
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(0, 0)));
-}
-
-TEST(MutableSampleBuffer, TruncSamplesDropsFromTheEnd) {
-    const auto buffer = mutableMono(10, {1, 2, 3, 4, 5});
-    buffer->truncSamples(0);
-    buffer->truncSamples(2);
-    EXPECT_EQ(s16Values(buffer), (std::vector<int16_t>{1, 2, 3}));
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(10, 3)));
-
+    const auto cut = mutableMono(10, {1, 2});
+    cut->cutSamples(7);
     buffer->truncSamples(3);
-    EXPECT_TRUE(buffer->data().empty());
-    EXPECT_TRUE(buffer->sampleRange().isEqualRange(QVRange(0, 0)));
+    for (const auto& emptied : {cut, buffer}) {
+        EXPECT_TRUE(emptied->data().empty());
+        EXPECT_TRUE(emptied->sampleRange().isEqualRange(QVRange(0, 0)));
+    }
 }
 
 }  // namespace

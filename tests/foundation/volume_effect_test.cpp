@@ -188,11 +188,6 @@ TEST(MergeSampleBuffer, OverlapMixesWithTheEarlierFirst) {
 
 TEST(MergeSampleBuffer, GapUpToATenthOfASecondIsFilledWithSilence) {
     const auto a = monoS16(0, {1, 2});
-    const auto abutting = monoS16(2, {3, 4});
-    for (const auto& merged : {QVVolumeEffect::mergeSampleBuffer(a, abutting), QVVolumeEffect::mergeSampleBuffer(abutting, a)}) {
-        ASSERT_TRUE(merged);
-        EXPECT_EQ(s16Values(merged), (std::vector<int16_t>{1, 2, 3, 4}));
-    }
     const auto reachable = monoS16(2 + 4410, {3});
     for (const auto& merged :
          {QVVolumeEffect::mergeSampleBuffer(a, reachable), QVVolumeEffect::mergeSampleBuffer(reachable, a)}) {
@@ -248,13 +243,10 @@ TEST(GainSampleBuffer, ConstantGainPerFormat) {
     const auto loud = QVVolumeGainEffect::createWithVolume(1.0);  // x1.9953
     EXPECT_DOUBLE_EQ(loud->gainFactor(), std::pow(10.0, 0.3));
 
-    const auto s16Gained = loud->gainSampleBuffer(monoS16(0, {1000, -1000, 20000, -20000}));
-    ASSERT_TRUE(s16Gained);
-    EXPECT_EQ(s16Values(s16Gained), (std::vector<int16_t>{1995, -1995, 32767, -32768}));
-
-    const auto u8Gained = loud->gainSampleBuffer(bufferOf<uint8_t>(kMonoU8, 0, {127, 137, 117, 250, 0}));
-    ASSERT_TRUE(u8Gained);
-    EXPECT_EQ(u8Gained->data(), (std::vector<uint8_t>{127, 146, 107, 255, 0}));
+    EXPECT_EQ(s16Values(loud->gainSampleBuffer(monoS16(0, {1000, -1000, 20000, -20000}))),
+              (std::vector<int16_t>{1995, -1995, 32767, -32768}));
+    EXPECT_EQ(loud->gainSampleBuffer(bufferOf<uint8_t>(kMonoU8, 0, {127, 137, 117, 250, 0}))->data(),
+              (std::vector<uint8_t>{127, 146, 107, 255, 0}));
 }
 
 TEST(GainSampleBuffer, S32ChangesOnlyThroughTheLow16Bits) {
@@ -298,23 +290,6 @@ TEST(FadeEffect, OnlySamplesInsideTheRangeChange) {
         EXPECT_LT(values[i], 1000) << i;
     }
     EXPECT_EQ(s16Values(buffer), std::vector<int16_t>(100, 1000));
-}
-
-// The byte-level fade must equal its definition: gain of the sub-range put back by replace.
-TEST(FadeEffect, MatchesTheCompositionOfBufferOperationsInEveryFormat) {
-    const auto fade = QVVolumeFadeEffect::createWithStartVolume(1.0, 0.2, QVRange(1000, 500));
-    for (int32_t format : kPackedFormats) {
-        const QVSampleDescription description(44100, 2, format, 0);
-        const auto buffer = randomBuffer(description, QVRange(1200, 600), 7);
-        const QVRange intersection(1200, 300);
-        const auto gained = fade->gainSampleBuffer(buffer->sampleBufferWithSubRange(intersection));
-        const auto expected = QVSampleBuffer::replaceSampleData(gained->data(), intersection, buffer);
-
-        const auto faded = fade->applySampleBuffer(buffer);
-        ASSERT_TRUE(faded) << format;
-        EXPECT_EQ(faded->data(), expected->data()) << format;
-        EXPECT_NE(faded->data(), buffer->data()) << format;
-    }
 }
 
 }  // namespace

@@ -56,10 +56,5 @@ TEST(GeometryTest, InsetOffsetIntegralAndStandardized) {
     EXPECT_EQ((Rect{10, 10, -4, -6}).standardized(), (Rect{6, 4, 4, 6}));
 }
 
-TEST(GeometryTest, Descriptions) {
-    EXPECT_EQ((Point{1.5, -2}).description(), "{1.5, -2}");
-    EXPECT_EQ((Rect{0, 0, 1920, 1080}).description(), "{{0, 0}, {1920, 1080}}");
-}
-
 }  // namespace
 }  // namespace qm

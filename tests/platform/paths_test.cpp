@@ -75,15 +75,5 @@ TEST_F(PathsTest, RuntimeDirFallbackIsPrivate) {
     EXPECT_EQ(capture.lines().size(), 1u);
 }
 
-TEST_F(PathsTest, CreateDirectoriesMakesParents) {
-    const std::string nested = _directory + "/a/b/c";
-    EXPECT_TRUE(Paths::createDirectories(nested));
-    EXPECT_TRUE(std::filesystem::is_directory(nested));
-    EXPECT_TRUE(Paths::createDirectories(nested));
-
-    std::ofstream(_directory + "/file") << "x";
-    EXPECT_FALSE(Paths::createDirectories(_directory + "/file/sub"));
-}
-
 }  // namespace
 }  // namespace qm

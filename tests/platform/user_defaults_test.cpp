@@ -65,15 +65,11 @@ TEST_F(UserDefaultsTest, ValuesOfEveryTypeSurviveReopening) {
 
 TEST_F(UserDefaultsTest, MissingKeysAndOtherTypesReadAsNothing) {
     const auto defaults = UserDefaults::createWithPath(_path);
-    EXPECT_FALSE(defaults->containsValueForKey("absent"));
     EXPECT_FALSE(defaults->dataForKey("absent"));
-    EXPECT_EQ(defaults->integerForKey("absent"), 0);
 
     defaults->setString("42", "text");
-    defaults->setData({1, 2}, "data");
     defaults->setDouble(-7.9, "real");
     EXPECT_FALSE(defaults->dataForKey("text"));
-    EXPECT_FALSE(defaults->stringForKey("data"));
     EXPECT_EQ(defaults->integerForKey("text"), 0);
 
     // Numbers convert among themselves.
@@ -89,23 +85,6 @@ TEST_F(UserDefaultsTest, MissingKeysAndOtherTypesReadAsNothing) {
     EXPECT_FALSE(defaults->stringForKey("text"));
     EXPECT_TRUE(defaults->containsValueForKey("text"));
     EXPECT_FALSE(defaults->boolForKey("text"));
-}
-
-TEST_F(UserDefaultsTest, AFileThatIsNotADatabaseIsMovedAside) {
-    const std::string garbage = "this is not a database, just some words to fill the first page";
-    std::ofstream(_path, std::ios::binary) << garbage;
-
-    LogCapture capture;
-    const auto defaults = UserDefaults::createWithPath(_path);
-    EXPECT_EQ(capture.count("Error: user defaults " + _path + " are damaged (file is not a database); moved to " + _path +
-                            ".damaged-1, starting empty"),
-              1u);
-    EXPECT_EQ(contentsOf(_path + ".damaged-1"), garbage);
-
-    defaults->setInteger(5, "after");
-    capture.clear();
-    EXPECT_EQ(UserDefaults::createWithPath(_path)->integerForKey("after"), 5);
-    EXPECT_TRUE(capture.lines().empty());
 }
 
 TEST_F(UserDefaultsTest, ADamagedPageIsFoundAndTheFileMovedAside) {
@@ -132,6 +111,12 @@ TEST_F(UserDefaultsTest, ADamagedPageIsFoundAndTheFileMovedAside) {
     EXPECT_NE(lines[0].find("moved to " + _path + ".damaged-1, starting empty"), std::string::npos) << lines[0];
     EXPECT_EQ(contentsOf(_path + ".damaged-1"), damaged);
     EXPECT_FALSE(defaults->containsValueForKey("key0"));
+
+    // The fresh file works from then on.
+    defaults->setInteger(5, "after");
+    capture.clear();
+    EXPECT_EQ(UserDefaults::createWithPath(_path)->integerForKey("after"), 5);
+    EXPECT_TRUE(capture.lines().empty());
 }
 
 TEST_F(UserDefaultsTest, AnUnopenableFileLeavesDefaultsInMemory) {
@@ -148,25 +133,18 @@ TEST_F(UserDefaultsTest, AnUnopenableFileLeavesDefaultsInMemory) {
 
 TEST_F(UserDefaultsTest, ConcurrentWritersAndReaders) {
     const auto defaults = UserDefaults::createWithPath(_path);
-    constexpr int kThreads = 4;
-    constexpr int kKeys = 40;
     std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
+    for (int t = 0; t < 4; ++t) {
         threads.emplace_back([&defaults, t] {
-            for (int i = 0; i < kKeys; ++i) {
-                const std::string key = "t" + std::to_string(t) + "k" + std::to_string(i);
-                defaults->setInteger(t * 1000 + i, key);
-                EXPECT_EQ(defaults->integerForKey(key), t * 1000 + i);
+            for (int i = t * 40; i < t * 40 + 40; ++i) {
+                defaults->setInteger(i, std::to_string(i));
+                EXPECT_EQ(defaults->integerForKey(std::to_string(i)), i);
             }
         });
     }
     for (auto& thread : threads) thread.join();
     const auto reopened = UserDefaults::createWithPath(_path);
-    for (int t = 0; t < kThreads; ++t) {
-        for (int i = 0; i < kKeys; ++i) {
-            EXPECT_EQ(reopened->integerForKey("t" + std::to_string(t) + "k" + std::to_string(i)), t * 1000 + i);
-        }
-    }
+    for (int i = 0; i < 160; ++i) EXPECT_EQ(reopened->integerForKey(std::to_string(i)), i);
 }
 
 TEST_F(UserDefaultsTest, StandardDefaultsLiveUnderTheConfigHomeAndBundle) {

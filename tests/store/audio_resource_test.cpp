@@ -85,24 +85,16 @@ TEST_F(AudioResourceTest, ConstructionRefusesZeroChannelsAndResolvesTheDefaultLa
     EXPECT_EQ(capture.count("Error channel settings"), 1u);
 
     EXPECT_EQ(makeAudio({10})->chsLayout(), QVAudioFrame2::defaultChannelLayoutByChannel(2));
-    const auto explicitLayout =
-        SCAudioResource::createWithDataStorage(SCResourceStorage::create(), {}, kRate, 2, QVSampleFormatS16, 0x7);
-    EXPECT_EQ(explicitLayout->chsLayout(), 0x7);
-}
-
-TEST_F(AudioResourceTest, RangeAndDurationComeFromTheLastBlockAndAreZeroWithoutBlocks) {
     const auto empty = SCAudioResource::createWithDataStorage(SCResourceStorage::create(), {}, kRate, 2,
                                                               QVSampleFormatS16, 0);
     EXPECT_EQ(empty->duration(), 0);
     EXPECT_EQ(empty->sampleBufferWithRange(QVRange(0, 10)), nullptr);
-
-    const auto audio = makeAudio({1000, 500, 2000});
-    EXPECT_TRUE(audio->sampleRange().isEqualRange(QVRange(0, 3500)));
-    EXPECT_EQ(audio->duration(), 3500 * QVTimebase / kRate);
 }
 
 TEST_F(AudioResourceTest, BlockSearchSkipsBlocksEndingAtTheStartAndStopsAtBlocksStartingAtTheEnd) {
     const auto audio = makeAudio({1000, 500, 2000});
+    EXPECT_TRUE(audio->sampleRange().isEqualRange(QVRange(0, 3500)));
+    EXPECT_EQ(audio->duration(), 3500 * QVTimebase / kRate);
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(1000, 500))), (std::vector<int64_t>{1000}));
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(999, 2))), (std::vector<int64_t>{0, 1000}));
     EXPECT_EQ(starts(audio->quickFindBlocksInRange(QVRange(0, 3500))), (std::vector<int64_t>{0, 1000, 1500}));
@@ -188,14 +180,10 @@ TEST_F(AudioResourceTest, DamagedBlocksGiveNothingWithTheDecodeLine) {
     EXPECT_EQ(capture.count("Failed to decode audio frame..."), 2u);
     // The good block alone still reads.
     expectSignal(pastEnd->sampleBufferWithRange(QVRange(0, 100)), QVRange(0, 100));
-}
 
-TEST_F(AudioResourceTest, BlockCountDisagreeingWithItsFrameIsRefused) {
-    const auto good = makeAudio({100});
+    // A block whose count disagrees with its frame is refused.
     const auto lying = SCAudioResource::createWithDataStorage(
-        good->storage(), {SCAudioBlock::createWithOffset(0, good->blocks()[0]->length(), 0, 90)}, kRate, 2,
-        QVSampleFormatS16, 0);
-    LogCapture capture;
+        good->storage(), {SCAudioBlock::createWithOffset(0, blocks[0]->length(), 0, 90)}, kRate, 2, QVSampleFormatS16, 0);
     EXPECT_EQ(lying->sampleBufferWithRange(QVRange(0, 10)), nullptr);
     EXPECT_EQ(capture.count("Error input audio frame."), 1u);
 }
@@ -214,13 +202,7 @@ TEST_F(AudioResourceTest, ArchiveRoundTripKeepsFormatBlocksAndArtwork) {
     expectSignal(decoded->sampleBufferWithRange(QVRange(250, 100)), QVRange(250, 100));
     const auto artwork = decoded->thumbnail();
     ASSERT_TRUE(artwork);
-    EXPECT_EQ(artwork->width(), 16);
     EXPECT_GT(artwork->pixelAt(8, 4)[0], 240);
-
-    // An archive whose cache file vanished reads as nothing.
-    const auto archive = KeyedArchiver::archivedDataWithRootObject(audio);
-    std::filesystem::remove(*audio->storage()->cacheFile());
-    EXPECT_EQ(KeyedUnarchiver::unarchiveObjectWithData(archive), nullptr);
 }
 
 TEST_F(AudioResourceTest, ThumbnailWithoutArtworkIsTheMusicPictureAndIsKept) {
@@ -228,9 +210,7 @@ TEST_F(AudioResourceTest, ThumbnailWithoutArtworkIsTheMusicPictureAndIsKept) {
     const auto music = plain->thumbnail();
     EXPECT_EQ(music, SCAudioResource::defaultThumbnail());
     ASSERT_TRUE(music);
-    EXPECT_EQ(music->width(), 400);
-    // Ground in the corner, white ink on the note's head.
-    EXPECT_LT(music->pixelAt(5, 5)[0], 120);
+    // White ink on the note's head.
     EXPECT_EQ(music->pixelAt(170, 210), (std::array<uint8_t, 4>{255, 255, 255, 255}));
 
     // Artwork set after the first read does not show.
@@ -245,12 +225,9 @@ TEST_F(AudioResourceTest, InvalidateDeletesSamplesAndArtworkFiles) {
     std::vector<uint8_t> pixels(4 * 4 * 4, 255);
     audio->setArtworkImage(Bitmap::createWithPixels(4, 4, pixels));
     const std::filesystem::path directory = SCResourceStorage::pathOfResourceStoragePath();
-    const auto files = [&] {
-        return std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator());
-    };
-    EXPECT_EQ(files(), 2);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), std::filesystem::directory_iterator()), 2);
     audio->invalidate();
-    EXPECT_EQ(files(), 0);
+    EXPECT_TRUE(std::filesystem::is_empty(directory));
     EXPECT_FALSE(audio->storage()->cacheFile());
 }
 

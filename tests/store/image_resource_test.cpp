@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <functional>
 #include <thread>
 
 #include "platform/FileBookmark.h"
@@ -16,11 +15,7 @@
 #include "platform/image/Image.h"
 #include "store/SCResource.h"
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
+#include "support/MediaFileWriter.h"
 #include "support/TestEnvironment.h"
 
 namespace qm {
@@ -30,73 +25,6 @@ using Rgba = std::array<uint8_t, 4>;
 
 constexpr Rgba kRed{220, 30, 30, 255};
 constexpr Rgba kGreen{30, 200, 40, 255};
-constexpr Rgba kBlue{30, 40, 210, 255};
-
-// Writes pictures through an FFmpeg encoder and muxer ("image2pipe" for one picture, "gif" for
-// an animation). `fill` sets the pixels of picture k in the encoder's pixel format.
-bool writeWithFFmpeg(const std::string& path, const char* muxer, AVCodecID codecId, AVPixelFormat format, int width,
-                     int height, int pictures, const std::function<void(AVFrame&, int)>& fill) {
-    AVFormatContext* output = nullptr;
-    if (avformat_alloc_output_context2(&output, nullptr, muxer, path.c_str()) < 0) return false;
-    const AVCodec* codec = avcodec_find_encoder(codecId);
-    AVCodecContext* encoder = codec ? avcodec_alloc_context3(codec) : nullptr;
-    AVStream* stream = avformat_new_stream(output, nullptr);
-    AVFrame* frame = av_frame_alloc();
-    AVPacket* packet = av_packet_alloc();
-    bool ok = encoder && stream && frame && packet;
-    if (ok) {
-        encoder->width = width;
-        encoder->height = height;
-        encoder->pix_fmt = format;
-        encoder->time_base = AVRational{1, 10};
-        ok = avcodec_open2(encoder, codec, nullptr) >= 0 &&
-             avcodec_parameters_from_context(stream->codecpar, encoder) >= 0;
-    }
-    if (ok) {
-        stream->time_base = encoder->time_base;
-        ok = avio_open(&output->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0 && avformat_write_header(output, nullptr) >= 0;
-    }
-    const auto drain = [&] {
-        while (avcodec_receive_packet(encoder, packet) >= 0) {
-            av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            av_interleaved_write_frame(output, packet);
-        }
-    };
-    for (int k = 0; ok && k < pictures; ++k) {
-        frame->format = format;
-        frame->width = width;
-        frame->height = height;
-        ok = av_frame_get_buffer(frame, 0) >= 0;
-        if (!ok) break;
-        fill(*frame, k);
-        frame->pts = k;
-        ok = avcodec_send_frame(encoder, frame) >= 0;
-        av_frame_unref(frame);
-        drain();
-    }
-    if (ok) {
-        avcodec_send_frame(encoder, nullptr);
-        drain();
-        ok = av_write_trailer(output) >= 0;
-    }
-    av_packet_free(&packet);
-    av_frame_free(&frame);
-    avcodec_free_context(&encoder);
-    if (output->pb) avio_closep(&output->pb);
-    avformat_free_context(output);
-    return ok;
-}
-
-// Fills a packed RGB-like frame: `order` gives the byte positions of R, G, B (and A if 4 bytes).
-void fillPacked(AVFrame& frame, const Rgba& color, int bytesPerPixel, std::array<int, 4> order) {
-    for (int y = 0; y < frame.height; ++y) {
-        for (int x = 0; x < frame.width; ++x) {
-            uint8_t* p = frame.data[0] + y * frame.linesize[0] + x * bytesPerPixel;
-            for (int c = 0; c < bytesPerPixel; ++c) p[order[c]] = color[c];
-        }
-    }
-}
 
 void writeFile(const std::string& path, const std::vector<uint8_t>& bytes) {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(bytes.data()),
@@ -108,6 +36,12 @@ bool near(const Rgba& actual, const Rgba& expected, int tolerance = 6) {
         if (std::abs(int(actual[c]) - int(expected[c])) > tolerance) return false;
     }
     return true;
+}
+
+// The animation frame a picture shows, judged by its centre.
+int frameShown(const std::shared_ptr<const Bitmap>& picture, int frames) {
+    const Rgba centre = picture->pixelAt(picture->width() / 2, picture->height() / 2);
+    return test::nearestFrameIndex({centre[0], centre[1], centre[2]}, frames);
 }
 
 std::shared_ptr<const Bitmap> solid(int width, int height, const Rgba& color) {
@@ -124,17 +58,10 @@ protected:
 
     std::string path(const std::string& name) const { return _directory + "/" + name; }
 
-    // Three 40x30 frames: red, green, blue.
+    // Three 40x30 frames, each of its own colour.
     std::string writeGif() const {
         const std::string file = path("three.gif");
-        const bool ok = writeWithFFmpeg(file, "gif", AV_CODEC_ID_GIF, AV_PIX_FMT_PAL8, 40, 30, 3, [](AVFrame& f, int k) {
-            auto* palette = reinterpret_cast<uint32_t*>(f.data[1]);
-            for (int i = 0; i < 256; ++i) palette[i] = 0xFF000000u;
-            const Rgba colors[3] = {kRed, kGreen, kBlue};
-            palette[1] = 0xFF000000u | (uint32_t(colors[k][0]) << 16) | (uint32_t(colors[k][1]) << 8) | colors[k][2];
-            for (int y = 0; y < f.height; ++y) std::memset(f.data[0] + y * f.linesize[0], 1, f.width);
-        });
-        EXPECT_TRUE(ok);
+        EXPECT_EQ(test::writeAnimatedGif(file, 40, 30, 3, 10), "");
         return file;
     }
 
@@ -142,47 +69,24 @@ protected:
     const std::string _directory = _user.path();
 };
 
-// MARK: - ImageSource
+TEST_F(ImageResourceTest, SourceDecodesStillsAndGivesPremultipliedPixels) {
+    writeFile(path("a.jpg"), solid(40, 30, kGreen)->JPEGRepresentation(90));
+    const auto jpeg = ImageSource::createWithURL(path("a.jpg"));
+    ASSERT_TRUE(jpeg);
+    EXPECT_EQ(jpeg->count(), 1u);
+    EXPECT_TRUE(near(jpeg->createImageAtIndex(0)->pixelAt(20, 15), kGreen));
 
-TEST_F(ImageResourceTest, SourceDecodesOnePictureOfEachStillFormat) {
-    writeFile(path("a.png"), solid(40, 30, kGreen)->PNGRepresentation());
-    writeFile(path("a.jpg"), solid(40, 30, kBlue)->JPEGRepresentation(90));
-    ASSERT_TRUE(writeWithFFmpeg(path("a.bmp"), "image2pipe", AV_CODEC_ID_BMP, AV_PIX_FMT_BGR24, 40, 30, 1,
-                                [](AVFrame& f, int) { fillPacked(f, kRed, 3, {2, 1, 0, 3}); }));
-    const std::pair<const char*, Rgba> cases[] = {{"a.png", kGreen}, {"a.jpg", kBlue}, {"a.bmp", kRed}};
-    for (const auto& [name, color] : cases) {
-        const auto source = ImageSource::createWithURL(path(name));
-        ASSERT_TRUE(source) << name;
-        EXPECT_EQ(source->count(), 1u) << name;
-        const auto picture = source->createImageAtIndex(0);
-        ASSERT_TRUE(picture) << name;
-        EXPECT_EQ(picture->height(), 30);
-        EXPECT_TRUE(near(picture->pixelAt(20, 15), color)) << name;
-    }
-}
-
-TEST_F(ImageResourceTest, SourceGivesPremultipliedPixelsForTransparentPictures) {
-    ASSERT_TRUE(writeWithFFmpeg(path("alpha.tif"), "image2pipe", AV_CODEC_ID_TIFF, AV_PIX_FMT_RGBA, 8, 8, 1,
-                                [](AVFrame& f, int) { fillPacked(f, Rgba{200, 100, 50, 128}, 4, {0, 1, 2, 3}); }));
-    const auto picture = ImageSource::createWithURL(path("alpha.tif"))->createImageAtIndex(0);
-    ASSERT_TRUE(picture);
-    EXPECT_TRUE(near(picture->pixelAt(3, 3), Rgba{100, 50, 25, 128}, 2));
-}
-
-TEST_F(ImageResourceTest, SourceGivesEveryFrameOfAGifInAnyOrder) {
-    const auto source = ImageSource::createWithURL(writeGif());
-    ASSERT_TRUE(source);
-    ASSERT_EQ(source->count(), 3u);
-    EXPECT_TRUE(near(source->createImageAtIndex(2)->pixelAt(20, 15), kBlue));
-    EXPECT_TRUE(near(source->createImageAtIndex(0)->pixelAt(20, 15), kRed));
-    EXPECT_EQ(source->createImageAtIndex(3), nullptr);
+    // PNG stores straight alpha; the source gives it premultiplied.
+    writeFile(path("alpha.png"), solid(8, 8, Rgba{100, 50, 25, 128})->PNGRepresentation());
+    const auto alpha = ImageSource::createWithURL(path("alpha.png"))->createImageAtIndex(0);
+    ASSERT_TRUE(alpha);
+    EXPECT_TRUE(near(alpha->pixelAt(3, 3), Rgba{100, 50, 25, 128}, 2));
 }
 
 TEST_F(ImageResourceTest, SourceRefusesMissingUnknownAndIcnsFilesAndSurvivesDamagedOnes) {
     EXPECT_EQ(ImageSource::createWithURL(path("missing.png")), nullptr);
     // An icns container: FFmpeg has no decoder for it.
-    std::vector<uint8_t> icns{'i', 'c', 'n', 's', 0, 0, 0, 16, 'i', 'c', '0', '8', 0, 0, 0, 8};
-    writeFile(path("icon.icns"), icns);
+    writeFile(path("icon.icns"), {'i', 'c', 'n', 's', 0, 0, 0, 16, 'i', 'c', '0', '8', 0, 0, 0, 8});
     EXPECT_EQ(ImageSource::createWithURL(path("icon.icns")), nullptr);
     writeFile(path("text.png"), std::vector<uint8_t>(100, 'x'));
     const auto text = ImageSource::createWithURL(path("text.png"));
@@ -195,8 +99,6 @@ TEST_F(ImageResourceTest, SourceRefusesMissingUnknownAndIcnsFilesAndSurvivesDama
     const auto partial = half ? half->createImageAtIndex(0) : nullptr;
     EXPECT_TRUE(!partial || (partial->width() == 64 && partial->height() == 64));
 }
-
-// MARK: - FileBookmark
 
 TEST_F(ImageResourceTest, BookmarkRoundTripsAndResolvesOnlyToAReadableFile) {
     EXPECT_FALSE(FileBookmark::bookmarkWithPath(path("missing")));
@@ -220,8 +122,6 @@ TEST_F(ImageResourceTest, BookmarkRoundTripsAndResolvesOnlyToAReadableFile) {
     EXPECT_EQ(capture.count("Error: damaged file bookmark."), 1u);
 }
 
-// MARK: - SCImageResource
-
 TEST_F(ImageResourceTest, ResourceDecodesEveryPictureAtTheFirstRequestAndKeepsThem) {
     const std::string file = writeGif();
     const auto gif = SCImageResource::createWithURL(file);
@@ -229,17 +129,19 @@ TEST_F(ImageResourceTest, ResourceDecodesEveryPictureAtTheFirstRequestAndKeepsTh
     EXPECT_EQ(gif->cgImageAtIndex(-1), nullptr);
     EXPECT_EQ(gif->cgImageAtIndex(3), nullptr);
     EXPECT_EQ(gif->width(), 40);
+    // Frames are decoded in any order.
+    EXPECT_EQ(frameShown(gif->cgImageAtIndex(2), 3), 2);
     const auto first = gif->cgImageAtIndex(0);
+    EXPECT_EQ(frameShown(first, 3), 0);
     std::filesystem::remove(file);
     EXPECT_EQ(gif->numberOfImages(), 3);
     EXPECT_EQ(gif->cgImageAtIndex(0), first);
-    EXPECT_TRUE(near(gif->cgImageAtIndex(2)->pixelAt(20, 15), kBlue));
     // The image for composition shows the same picture.
     const Image second = gif->ciImageAtIndex(1);
     EXPECT_EQ(second.extent(), (Rect{{0, 0}, {40, 30}}));
     const auto rendered = QMCommon::CGImageConvertFromCIImage(second);
     ASSERT_NE(rendered, nullptr);
-    EXPECT_TRUE(near(rendered->pixelAt(1, 1), kGreen));
+    EXPECT_EQ(frameShown(rendered, 3), 1);
     EXPECT_TRUE(gif->imageAtIndex(3).isNull());
 
     const auto missing = SCImageResource::createWithURL(path("nothing.png"));
@@ -257,27 +159,20 @@ TEST_F(ImageResourceTest, ConcurrentReadersShareOneCache) {
     EXPECT_TRUE(seen[1] && seen[2]);
 }
 
-TEST_F(ImageResourceTest, PosterPlacesPictureZeroByItsSourceRectangle) {
-    // A 4:3 picture: its source rectangle for the poster is its own size at the origin, so it is
-    // drawn unscaled at the poster's lower left.
+TEST_F(ImageResourceTest, PosterDrawsAPictureUnscaledAtItsLowerLeft) {
+    // A 4:3 picture: its source rectangle for the poster is its own size at the origin.
     writeFile(path("small.png"), solid(40, 30, kRed)->PNGRepresentation());
     const auto poster = SCImageResource::createWithURL(path("small.png"))->thumbnail();
     ASSERT_TRUE(poster);
     EXPECT_EQ(poster->height(), 300);
-    EXPECT_TRUE(near(poster->pixelAt(5, 295), kRed));
     EXPECT_TRUE(near(poster->pixelAt(39, 270), kRed));
     EXPECT_EQ(poster->pixelAt(41, 295)[3], 0);
     EXPECT_EQ(poster->pixelAt(5, 268)[3], 0);
-
-    const auto blank = SCImageResource::createWithURL(path("none.png"))->thumbnail();
-    ASSERT_TRUE(blank);
-    EXPECT_EQ(blank->pixelAt(5, 295)[3], 0);
 }
 
 TEST_F(ImageResourceTest, ArchiveKeepsABookmarkAndAFileThatWentAwayReadsAsNothing) {
     writeFile(path("kept.png"), solid(10, 10, kGreen)->PNGRepresentation());
-    const auto image = SCImageResource::createWithURL(path("kept.png"));
-    const auto archive = KeyedArchiver::archivedDataWithRootObject(image);
+    const auto archive = KeyedArchiver::archivedDataWithRootObject(SCImageResource::createWithURL(path("kept.png")));
     const auto decoded = std::dynamic_pointer_cast<SCImageResource>(KeyedUnarchiver::unarchiveObjectWithData(archive));
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->url(), path("kept.png"));

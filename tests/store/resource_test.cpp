@@ -26,18 +26,15 @@ std::shared_ptr<const Bitmap> solid(int width, int height, uint8_t red, uint8_t 
     return Bitmap::createWithPixels(width, height, std::move(pixels));
 }
 
-// An archive of class "SCResource" holding only what the test gives, as an older or foreign
-// writer might have made it.
+// An archive of class "SCResource" holding only an identifier and audio, as an older writer made it.
 class PartialRecord : public Archivable {
 public:
-    std::string identifier;
-    std::string payloadKey;
-    std::shared_ptr<Archivable> payload;
+    std::shared_ptr<Archivable> audio;
 
     std::string archiveClassName() const override { return "SCResource"; }
     void encodeWithCoder(KeyedArchiver& coder) const override {
-        coder.encodeString("identifier", identifier);
-        coder.encodeObject(payloadKey, payload);
+        coder.encodeString("identifier", "OLD");
+        coder.encodeObject("audioResource", audio);
     }
 };
 
@@ -81,18 +78,10 @@ protected:
     const std::string _directory = _user.path();
 };
 
-TEST_F(ResourceTest, NewRecordsGetAUUIDAndPicturesTheirFileName) {
-    const auto fresh = SCResource::createWithAudio(makeAudio(), nullptr);
-    EXPECT_EQ(fresh->identifier().size(), 36u);
-    EXPECT_NE(fresh->identifier(), SCResource::createWithAudio(nullptr, nullptr)->identifier());
-    const auto picture =
-        SCResource::createWithIdentifierImage("ID-3", SCImageResource::createWithURL(writePicture("Holiday.png")));
-    EXPECT_EQ(picture->humanReadableName(), "Holiday");
-    EXPECT_TRUE(picture->imageExist() && !picture->audioExist() && !picture->videoExist());
-}
-
 TEST_F(ResourceTest, SignatureIsTheIdentifierUntilThePathIsLongEnoughThenTheFileSignatureIsKept) {
     const auto record = SCResource::createWithAudio(makeAudio(), nullptr);
+    EXPECT_EQ(record->identifier().size(), 36u);
+    EXPECT_NE(record->identifier(), SCResource::createWithAudio(nullptr, nullptr)->identifier());
     EXPECT_EQ(record->signture(), record->identifier());
     record->setOriginalPath("a.b");
     EXPECT_EQ(record->signture(), record->identifier());
@@ -126,8 +115,8 @@ TEST_F(ResourceTest, ArchiveRoundTripKeepsFieldsAndPayloads) {
     EXPECT_TRUE(decoded->videoResource()->cgImageAtTimestamp(10));
 
     const auto picture = roundTrip(SCResource::createWithIdentifierImage("PIC", SCImageResource::createWithURL(path)));
-    ASSERT_TRUE(picture && picture->imageExist());
-    EXPECT_EQ(picture->imageResource()->url(), path);
+    ASSERT_TRUE(picture && picture->imageExist() && !picture->audioExist());
+    EXPECT_EQ(picture->humanReadableName(), "orig");
 }
 
 TEST_F(ResourceTest, ArchiveLosingSomePayloadsKeepsTheRestAndLosingAllReadsAsNothing) {
@@ -145,9 +134,7 @@ TEST_F(ResourceTest, ArchiveLosingSomePayloadsKeepsTheRestAndLosingAllReadsAsNot
 
 TEST_F(ResourceTest, ArchiveWithoutDateOrPathGetsNowAtFirstReadAndAPayloadOfTheWrongClassIsRefused) {
     auto older = std::make_shared<PartialRecord>();
-    older->identifier = "OLD";
-    older->payloadKey = "audioResource";
-    older->payload = makeAudio();
+    older->audio = makeAudio();
     const auto decoded = roundTrip(older);
     ASSERT_TRUE(decoded);
     EXPECT_EQ(decoded->originalPath(), "");
@@ -156,12 +143,9 @@ TEST_F(ResourceTest, ArchiveWithoutDateOrPathGetsNowAtFirstReadAndAPayloadOfTheW
     EXPECT_LE(std::chrono::abs(first - SCResource::Clock::now()), std::chrono::seconds(5));
     EXPECT_EQ(decoded->creationDate(), first);
 
-    auto foreign = std::make_shared<PartialRecord>();
-    foreign->identifier = "X";
-    foreign->payloadKey = "audioResource";
-    foreign->payload = makeVideo();
+    older->audio = makeVideo();
     LogCapture capture;
-    EXPECT_EQ(roundTrip(foreign), nullptr);
+    EXPECT_EQ(roundTrip(older), nullptr);
     EXPECT_EQ(capture.count("Warning: unexpected class SCVideoResource for key audioResource"), 1u);
 }
 
@@ -181,8 +165,7 @@ TEST_F(ResourceTest, InvalidateDeletesStoredMediaButNotThePictureFile) {
     const std::string audioFile = *audio->storage()->cacheFile();
     const std::string videoFile = *video->storage()->cacheFile();
     SCResource::createWithAudio(audio, video)->invalidateResource();
-    EXPECT_FALSE(std::filesystem::exists(audioFile));
-    EXPECT_FALSE(std::filesystem::exists(videoFile));
+    EXPECT_FALSE(std::filesystem::exists(audioFile) || std::filesystem::exists(videoFile));
 
     const std::string picture = writePicture("keep.png");
     SCResource::createWithImage(SCImageResource::createWithURL(picture))->invalidateResource();
