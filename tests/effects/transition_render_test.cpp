@@ -371,3 +371,104 @@ TEST(TransitionAssetsTest, SharedPicturesAndThumbnails) {
     EXPECT_EQ(face->height(), PSTransitionAssets::kFaceHeight);
     EXPECT_EQ(dissolve->face(), face);
 }
+
+TEST(TransitionKernelTest, BarsAlongAnAxisMoveWholePixelsBarByBar) {
+    // A 120 x 60 picture in bars 10 pixels wide with odd bars 20 pixels behind. Sliding up, at 0.5
+    // even bars have travelled 0.5 * (60 + 20) = 40 pixels and odd ones 20; sliding right,
+    // 0.5 * (120 + 20) = 70 and 50. Bars of the same parity, and their edges, match in any tiling.
+    const Rect rect{0, 0, 120, 60};
+    const Image red = solid(Color{1, 0, 0, 1}, rect);
+    const Image blue = solid(Color{0, 0, 1, 1}, rect);
+    BarsSwipeTransitionParameters bars;
+    bars.width = 10;
+    bars.barOffset = 20;
+    struct Case {
+        double angle;
+        bool (*showsPicture)(int x, int y);
+    };
+    const Case cases[] = {
+        // Bars stand upright; the first (x < 10) lies in an odd bar.
+        {M_PI / 2, [](int x, int y) { return y >= ((x / 10) % 2 == 0 ? 20 : 40); }},
+        // Bars lie flat; the first (y < 10) lies in an even bar.
+        {0, [](int x, int y) { return x >= ((y / 10) % 2 == 0 ? 70 : 50); }},
+    };
+    for (const Case& c : cases) {
+        bars.angle = c.angle;
+        const Image image = barsSwipeTransition(red, blue, 0.5, bars);
+        for (int tileSize : {13, 64}) {
+            const Picture picture = render(image, rect, tileSize);
+            for (int y = 0; y < picture.height; ++y) {
+                for (int x = 0; x < picture.width; ++x) {
+                    const Pixel expected = c.showsPicture(x, y) ? Pixel{255, 0, 0, 255} : Pixel{0, 0, 255, 255};
+                    ASSERT_EQ(picture.at(x, y), expected) << c.angle << " tile " << tileSize << " at " << x << ", " << y;
+                }
+            }
+        }
+    }
+}
+
+TEST(TransitionKernelTest, DisintegrationReadsAMaskInPlaceAsItsComputedCopy) {
+    // The mask's luminance comes straight from a bitmap's bytes, or from the float pixels of a
+    // computed mask; both must give the same picture, including where the shifted shadow reaches
+    // past the mask and in the translucent parts of the outgoing picture.
+    const Rect rect{0, 0, 240, 150};
+    const Image from = sample(0, 240, 150);
+    const Image to = sample(1, 240, 150);
+    ColorMatrix fade;
+    fade.a = {0, 0, 0, 0.6f};
+    const Image translucent = from.colorMatrix(fade);
+    const Image mask = PSTransition::maskImage();
+    const Image computedMask = mask.colorMatrix(ColorMatrix{});
+    ASSERT_NE(computedMask, mask);
+    DisintegrateWithMaskTransitionParameters inPlace;
+    inPlace.maskImage = mask;
+    DisintegrateWithMaskTransitionParameters computed;
+    computed.maskImage = computedMask;
+    for (const Image& outgoing : {from, translucent}) {
+        for (double time : {0.3, 0.6}) {
+            const Image image = disintegrateWithMaskTransition(outgoing, to, time, inPlace);
+            for (int tileSize : {13, 64}) {
+                const Picture picture = render(image, rect, tileSize);
+                EXPECT_GT(countDifferent(picture, render(outgoing, rect), 8), 1000u) << time;
+                EXPECT_EQ(maxDifference(picture, render(disintegrateWithMaskTransition(outgoing, to, time, computed), rect,
+                                                         tileSize)),
+                          0)
+                    << time << " tile " << tileSize;
+            }
+        }
+    }
+}
+
+TEST(TransitionKernelTest, AccordionReadsATranslucentBitmapInPlaceAsItsComputedCopy) {
+    // The folded picture is sampled from the bitmap's bytes and, when computed, from float pixels;
+    // both must agree up to the rounding of byte sampling, also where its panels are translucent
+    // or clear and the opaque target has to show through them.
+    const int width = 160;
+    const int height = 90;
+    const auto picture = PSTransitionAssets::samplePicture(0, width, height);
+    std::vector<uint8_t> pixels(size_t(width) * height * 4);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const int alpha = (x / 9) % 3 == 0 ? 255 : (x / 9) % 3 == 1 ? 128 : 0;
+            const uint8_t* source = picture->data() + size_t(y) * picture->bytesPerRow() + size_t(x) * 4;
+            uint8_t* pixel = &pixels[(size_t(y) * width + x) * 4];
+            for (int c = 0; c < 3; ++c) pixel[c] = uint8_t(source[c] * alpha / 255);
+            pixel[3] = uint8_t(alpha);
+        }
+    }
+    const Rect rect{0, 0, double(width), double(height)};
+    const Image translucent = Image::imageWithBitmap(Bitmap::createWithPixels(width, height, std::move(pixels)));
+    const Image computed = translucent.colorMatrix(ColorMatrix{});
+    ASSERT_NE(computed, translucent);
+    const Image to = sample(1, width, height);
+    AccordionFoldTransitionParameters fold;
+    fold.numberOfFolds = 5;
+    for (double time : {0.3, 0.7}) {
+        for (int tileSize : {13, 64}) {
+            const Picture inPlace = render(accordionFoldTransition(translucent, to, time, fold), rect, tileSize);
+            for (size_t i = 3; i < inPlace.bytes.size(); i += 4) ASSERT_EQ(inPlace.bytes[i], 255) << time << " at " << i / 4;
+            EXPECT_LE(maxDifference(inPlace, render(accordionFoldTransition(computed, to, time, fold), rect, tileSize)), 2)
+                << time << " tile " << tileSize;
+        }
+    }
+}

@@ -43,15 +43,6 @@ float spokes(float ux, float uy) {
     return 0.5f + 0.3f * re16 + 0.2f * re7;
 }
 
-// Whether a comparison holds in all four lanes.
-inline bool allLanes(Int4 lanes) {
-#if defined(__SSE2__)
-    return _mm_movemask_ps(_mm_castsi128_ps(__m128i(lanes))) == 0xf;
-#else
-    return (lanes[0] & lanes[1] & lanes[2] & lanes[3]) != 0;
-#endif
-}
-
 constexpr int kRowsAhead = 2;
 
 // One row of an input over a span of pixels, read in place where the tile covers the span (a byte
@@ -220,8 +211,8 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
                 a.prefetch4(i);
                 b.prefetch4(i);
                 const Float4 group = loadFloat4(w + i);
-                if (allLanes(group <= 0.0f)) a.copy4(i, dst + 4 * i);
-                else if (allLanes(group >= 1.0f)) b.copy4(i, dst + 4 * i);
+                if (laneBits(group <= 0.0f) == 15) a.copy4(i, dst + 4 * i);
+                else if (laneBits(group >= 1.0f) == 15) b.copy4(i, dst + 4 * i);
                 else
                     for (int k = i; k < i + 4; ++k) storeFloat4(dst + 4 * k, mixed(k));
             }

@@ -58,6 +58,15 @@ inline float asinOfUnit(float v) {
     return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
 }
 
+// Lane i of a vector comparison as bit i.
+inline int laneBits(Int4 condition) {
+#if defined(__SSE2__)
+    return _mm_movemask_ps(__m128(condition));
+#else
+    return (condition[0] & 1) | (condition[1] & 2) | (condition[2] & 4) | (condition[3] & 8);
+#endif
+}
+
 // asinOfUnit, lane by lane, with the same steps.
 inline Float4 asinOfUnit4(Float4 v) {
     const Float4 root = sqrtFloat4(maxFloat4(1.0f - v, splat(0.0f)));
@@ -355,8 +364,6 @@ private:
 class SphereShading {
 public:
     SphereShading(const ConstImageTile& tile, const Rect& extent);
-    // `color` lit where the normal's in-plane part is (nx, ny).
-    Float4 apply(Float4 color, float nx, float ny) const { return lit(color, light(nx, ny)); }
     // The light added where the normal's in-plane part is (nx, ny).
     Float4 light(float nx, float ny) const;
     // `color` with `light` added in proportion to its alpha, kept within 0..alpha.

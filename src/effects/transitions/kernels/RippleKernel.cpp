@@ -1,6 +1,8 @@
 // Ripple: a circular wave that runs out from a centre and leaves the target behind it.
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -10,6 +12,142 @@
 namespace qm {
 
 using namespace kernels;
+
+namespace {
+
+Float4 absFloat4(Float4 v) {
+    return Float4(Int4(v) & 0x7fffffff);
+}
+
+// sinOfTurns, lane by lane.
+Float4 sinOfTurns4(Float4 turns) {
+    const Float4 s = turns - floorFloat4(turns + 0.5f);  // -0.5 .. 0.5
+    const Float4 y = 8.0f * s - 16.0f * s * absFloat4(s);
+    return 0.225f * (y * absFloat4(y) - y) + y;
+}
+
+// smooth01, lane by lane.
+Float4 smooth4(Float4 x) {
+    x = clampFloat4(x, splat(0.0f), splat(1.0f));
+    return x * x * (3.0f - 2.0f * x);
+}
+
+#if defined(__SSE2__)
+// bilinearBytes at the same place in two pictures: the pixels at `a` and `b`, each with the row
+// above it `aUp` and `bUp` bytes further on, into `first` and `second`.
+inline void bilinearBytePair(const uint8_t* a, std::ptrdiff_t aUp, const uint8_t* b, std::ptrdiff_t bUp, int wx, int wy,
+                             Float4& first, Float4& second) {
+    const __m128i zero = _mm_setzero_si128();
+    const __m128i half = _mm_set1_epi16(64);
+    const __m128i up = _mm_set1_epi16(short(wy));
+    const auto load = [zero](const uint8_t* p) {
+        return _mm_unpacklo_epi8(_mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)), zero);
+    };
+    // Each picture's two pixels blended up, then the left pixels of both against the right ones.
+    const auto lerp = [half](__m128i low, __m128i high, __m128i weight) {
+        const __m128i step = _mm_add_epi16(_mm_mullo_epi16(_mm_sub_epi16(high, low), weight), half);
+        return _mm_add_epi16(low, _mm_srai_epi16(step, 7));
+    };
+    const __m128i va = lerp(load(a), load(a + aUp), up);
+    const __m128i vb = lerp(load(b), load(b + bUp), up);
+    const __m128i h = lerp(_mm_unpacklo_epi64(va, vb), _mm_unpackhi_epi64(va, vb), _mm_set1_epi16(short(wx)));
+    first = Float4(_mm_cvtepi32_ps(_mm_unpacklo_epi16(h, zero)));
+    second = Float4(_mm_cvtepi32_ps(_mm_unpackhi_epi16(h, zero)));
+}
+#endif
+
+// Bilinear reads at four points (px, py), set up lane by lane as sampleBilinear and blendInside
+// set them up: the lower left pixel of each point and its weights across and up.
+struct Samples4 {
+    Float4 px;
+    Float4 py;
+    Int4 x0;
+    Int4 y0;
+    Float4 tx;
+    Float4 ty;
+    Int4 wx;  // tx in 1/128 steps, for byte tiles
+    Int4 wy;
+
+    Samples4(Float4 x, Float4 y) : px(x), py(y) {
+        const Float4 u = px - 0.5f;
+        const Float4 v = py - 0.5f;
+        const Float4 fx = floorFloat4(u);
+        const Float4 fy = floorFloat4(v);
+        x0 = __builtin_convertvector(fx, Int4);
+        y0 = __builtin_convertvector(fy, Int4);
+        tx = u - fx;
+        ty = v - fy;
+        wx = __builtin_convertvector(tx * 128.0f + 0.5f, Int4);
+        wy = __builtin_convertvector(ty * 128.0f + 0.5f, Int4);
+    }
+
+    // The lanes (bit i for lane i) whose four pixels `tile` holds.
+    int inside(const ConstImageTile& tile) const {
+        const PixelRect& r = tile.rect;
+        return laneBits((x0 >= r.x) & (y0 >= r.y) & (x0 < r.maxX() - 1) & (y0 < r.maxY() - 1));
+    }
+
+    // The blend of lane `lane`, which `tile` holds, as blendInside gives it.
+    Float4 blend(const ConstImageTile& tile, int lane) const {
+        if (tile.bytes) {
+            const uint8_t* p = tile.byteAt(x0[lane], y0[lane]);
+            return bilinearBytes(p, p + tile.byteStride, wx[lane], wy[lane]) * kByteToFloat;
+        }
+        return blendInside(tile, x0[lane], y0[lane], tx[lane], ty[lane]);
+    }
+
+    // mix(blend(a, lane), blend(b, lane), t).
+    Float4 mixBlends(const ConstImageTile& a, const ConstImageTile& b, int lane, float t) const {
+#if defined(__SSE2__)
+        if (a.bytes && b.bytes) {
+            Float4 first;
+            Float4 second;
+            bilinearBytePair(a.byteAt(x0[lane], y0[lane]), a.byteStride, b.byteAt(x0[lane], y0[lane]), b.byteStride,
+                             wx[lane], wy[lane], first, second);
+            return mix(first * kByteToFloat, second * kByteToFloat, t);
+        }
+#endif
+        return mix(blend(a, lane), blend(b, lane), t);
+    }
+
+    // The sample of `tile` at lane `lane`, as sampleBilinear gives it; `inside` is inside(tile).
+    Float4 read(const ConstImageTile& tile, int lane, int inside) const {
+        return (inside >> lane) & 1 ? blend(tile, lane) : tile.sample(px[lane], py[lane]);
+    }
+};
+
+// SphereShading with the points it reads worked out four at a time: light from a shaded sphere
+// filling the shading image's extent, relative to the light at its centre.
+class Light {
+public:
+    Light(const ConstImageTile& tile, const Rect& extent)
+        : _tile(&tile),
+          _cx(float(extent.midX())),
+          _cy(float(extent.midY())),
+          _rx(float(extent.width() * 0.5 - 1.0)),
+          _ry(float(extent.height() * 0.5 - 1.0)),
+          _flat(tile.sample(_cx, _cy)) {}
+
+    // The points read for surface normals with in-plane parts (nx, ny).
+    Samples4 points(Float4 nx, Float4 ny) const { return Samples4(_cx + nx * _rx, _cy + ny * _ry); }
+    // The lanes of `points` read inside the shading tile, for apply().
+    int inside(const Samples4& points) const { return points.inside(*_tile); }
+
+    // `color` lit at lane `lane` of `points`.
+    Float4 apply(Float4 color, const Samples4& points, int lane, int inside) const {
+        return SphereShading::lit(color, points.read(*_tile, lane, inside) - _flat);
+    }
+
+private:
+    const ConstImageTile* _tile;
+    float _cx;
+    float _cy;
+    float _rx;
+    float _ry;
+    Float4 _flat;
+};
+
+}  // namespace
 
 Image rippleTransition(const Image& from, const Image& to, double time, const RippleTransitionParameters& parameters) {
     const float t = transitionTime(time);
@@ -28,6 +166,7 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
     const float frontSquared = front * front;
     const float backSquared = back > 0.0f ? back * back : -1.0f;
     const float scale = float(parameters.scale);
+    const float halfScale = 0.5f * scale;
     const float slope = std::clamp(0.3f * scale / 50.0f, -0.95f, 0.95f);
     // Displaced reads stay inside the extent, so the wave does not pull in transparency at its edges.
     const float minX = float(parameters.extent.minX()) + 0.5f;
@@ -59,8 +198,8 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
         if (copyEndInput(out, in, t)) return;
         const ConstImageTile& fromTile = in[0];
         const ConstImageTile& toTile = in[1];
-        std::optional<SphereShading> shading;
-        if (hasShading) shading.emplace(in[2], shadingExtent);
+        std::optional<Light> light;
+        if (hasShading) light.emplace(in[2], shadingExtent);
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();
         // Pixels left of `split` lie left of the centre, so along a row the squared distance
@@ -98,22 +237,45 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
             copyRow(fromTile, y, x0, waveStart, row);
             copyRow(fromTile, y, waveEnd, x1, row + 4 * (waveEnd - x0));
             copyRow(toTile, y, wakeStart, wakeEnd, row + 4 * (wakeStart - x0));
+            // The wave over pixels [begin, end), its geometry four pixels at a time.
             const auto wave = [&](int begin, int end) {
-                for (int x = begin; x < end; ++x) {
-                    const float cx = float(x) + 0.5f;
-                    const float vx = cx - cx0;
-                    const float d = std::sqrt(squaredDistance(x));
-                    const float phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
-                    const float inverseD = d > 0.0f ? 1.0f / d : 0.0f;
-                    const float ux = d > 0.0f ? vx * inverseD : 1.0f;
-                    const float uy = vy * inverseD;
-                    const float wave = sinOfTurns(phase);
-                    const float shift = 0.5f * scale * wave;
-                    const float sx = std::clamp(cx - ux * shift, minX, maxX);
-                    const float sy = std::clamp(cy - uy * shift, minY, maxY);
-                    Float4 value = sampleMix(fromTile, toTile, sx, sy, smooth01(phase));
-                    if (shading) value = shading->apply(value, ux * slope * wave, uy * slope * wave);
-                    storeFloat4(row + 4 * (x - x0), value);
+                for (int x = begin; x < end; x += 4) {
+                    const Float4 cx = Float4{float(x), float(x + 1), float(x + 2), float(x + 3)} + 0.5f;
+                    const Float4 vx = cx - cx0;
+                    const Float4 d = sqrtFloat4(vx * vx + vy * vy);
+                    const Float4 phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
+                    const Int4 away = d > 0.0f;
+                    const Float4 inverseD = away ? 1.0f / (away ? d : splat(1.0f)) : splat(0.0f);
+                    const Float4 ux = away ? vx * inverseD : splat(1.0f);
+                    const Float4 uy = vy * inverseD;
+                    const Float4 wave = sinOfTurns4(phase);
+                    const Float4 shift = halfScale * wave;
+                    const Float4 sx = clampFloat4(cx - ux * shift, splat(minX), splat(maxX));
+                    const Float4 sy = clampFloat4(cy - uy * shift, splat(minY), splat(maxY));
+                    const Float4 blend = smooth4(phase);
+                    const Samples4 pictures(sx, sy);
+                    const Samples4 lights = light ? light->points(ux * slope * wave, uy * slope * wave) : pictures;
+                    const int picturesInside = pictures.inside(fromTile) & pictures.inside(toTile);
+                    const int lightsInside = light ? light->inside(lights) : 0;
+                    float* pixel = row + 4 * (x - x0);
+                    if (picturesInside == 15 && lightsInside == 15 && end - x >= 4) {
+                        // The common case, with no bounds to mind.
+                        for (int lane = 0; lane < 4; ++lane, pixel += 4) {
+                            const Float4 value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+                            storeFloat4(pixel, light->apply(value, lights, lane, 15));
+                        }
+                        continue;
+                    }
+                    for (int lane = 0; lane < std::min(4, end - x); ++lane, pixel += 4) {
+                        Float4 value;
+                        if ((picturesInside >> lane) & 1)
+                            value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+                        else
+                            value = mix(fromTile.sample(sx[lane], sy[lane]), toTile.sample(sx[lane], sy[lane]),
+                                        blend[lane]);
+                        if (light) value = light->apply(value, lights, lane, lightsInside);
+                        storeFloat4(pixel, value);
+                    }
                 }
             };
             wave(waveStart, wakeStart);
