@@ -60,6 +60,10 @@ ColorStages::ColorStages(std::vector<Stage> stages) : _stages(std::move(stages))
     for (int i = 0; i < 3; ++i) _premultipliedColumns[size_t(i)] = c[size_t(i)] * k;
     _premultipliedColumns[3] = c[4] * k;
     _premultipliedColumns[3][3] = k;
+    bool uniform = true;
+    for (size_t i = 0; i < 4; ++i)
+        for (size_t lane = 0; lane < 4; ++lane) uniform &= _premultipliedColumns[i][lane] == (i == lane ? k : 0.f);
+    if (uniform) _uniformScale = k;
 }
 
 ColorStages ColorStages::matrix(const std::array<Float4, 5>& columns) { return ColorStages({Stage{true, columns}}); }
@@ -168,6 +172,10 @@ Float4 ColorStages::apply(Float4 p) const {
 }
 
 void ColorStages::applyRow(float* pixels, int count) const {
+    if (_uniformScale) {
+        scaleRow(pixels, 4 * count, *_uniformScale);
+        return;
+    }
     if (_linear) {
         linearColor(pixels, count, _premultipliedColumns);
         return;

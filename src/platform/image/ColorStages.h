@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <optional>
 #include <vector>
 
 #include "platform/image/Image.h"
@@ -34,6 +35,9 @@ public:
     void applyRow(float* pixels, int count) const;
     // A transparent pixel stays transparent (no stage writes alpha from a constant).
     bool keepsTransparent() const { return _keepsTransparent; }
+    // The factor, when the chain multiplies every channel of a premultiplied pixel by one number
+    // (a fade).
+    std::optional<float> uniformScale() const { return _uniformScale; }
 
 private:
     struct Stage {
@@ -49,6 +53,7 @@ private:
     // is linear on premultiplied pixels: out = l[0] * r + l[1] * g + l[2] * b + l[3] * a.
     bool _linear = false;
     std::array<Float4, 4> _premultipliedColumns{};
+    std::optional<float> _uniformScale;
 };
 
 }  // namespace qm

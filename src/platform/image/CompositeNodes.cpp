@@ -37,6 +37,10 @@ void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
     PixelRect bitmapBounds = source.pixelBounds();
     if (const Bitmap* bitmap = source.directBitmap(bitmapBounds)) {
         const PixelRect area = under.intersection(bitmapBounds);
+        // A fade is folded into the conversion.
+        const std::optional<float> fade = colored ? colored->stages().uniformScale() : std::nullopt;
+        const float scale = fade ? kByteToFloat * *fade : kByteToFloat;
+        const bool otherStages = colored && !fade;
         constexpr int kRun = 64;
         float run[kRun * 4];
         for (int y = area.y; y < area.maxY(); ++y) {
@@ -44,8 +48,8 @@ void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
             float* dst = out.at(area.x, y);
             for (int start = 0; start < area.width; start += kRun) {
                 const int count = std::min(kRun, area.width - start);
-                bytesToFloats(src + size_t(area.x + start) * 4, run, count);
-                if (colored) colored->stages().applyRow(run, count);
+                bytesToFloatRow(src + size_t(area.x + start) * 4, run, count, scale);
+                if (otherStages) colored->stages().applyRow(run, count);
                 compositeUnder(dst + 4 * start, run, count);
             }
         }
@@ -72,6 +76,17 @@ void SourceInNode::render(RenderPass& pass, const ImageTile& out) const {
 ColorNode::ColorNode(const Image& input, ColorStages stages) : ImageNode(input.extent(), {input}), _stages(std::move(stages)) {}
 
 void ColorNode::render(RenderPass& pass, const ImageTile& out) const {
+    // A faded bitmap is converted and faded in one step.
+    PixelRect shown = out.rect;
+    const std::optional<float> fade = _stages.uniformScale();
+    const Bitmap* bitmap = fade ? input(0).directBitmap(shown) : nullptr;
+    if (bitmap && shown == out.rect) {
+        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+            const uint8_t* src = bitmap->data() + size_t(bitmap->height() - 1 - y) * bitmap->bytesPerRow();
+            bytesToFloatRow(src + size_t(out.rect.x) * 4, out.row(y), out.rect.width, kByteToFloat * *fade);
+        }
+        return;
+    }
     pass.renderInto(input(0), out);
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) _stages.applyRow(out.row(y), out.rect.width);
 }

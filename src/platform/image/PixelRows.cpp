@@ -42,6 +42,14 @@ inline Float8 alpha(Float8 p) { return __builtin_shufflevector(p, p, 3, 3, 3, 3,
 
 }  // namespace
 
+QM_ROW_KERNEL void bytesToFloatRow(const uint8_t* src, float* dst, int count, float scale) {
+    for (int i = 0; i < 4 * count; ++i) dst[i] = float(src[i]) * scale;
+}
+
+QM_ROW_KERNEL void scaleRow(float* values, int count, float factor) {
+    for (int i = 0; i < count; ++i) values[i] *= factor;
+}
+
 QM_ROW_KERNEL void compositeUnder(float* front, const float* back, int count) {
     int i = 0;
     for (; i + 2 <= count; i += 2) {
@@ -81,17 +89,6 @@ QM_ROW_KERNEL void sourceTimesAlpha(float* pixels, const float* source, int coun
 }
 
 QM_ROW_KERNEL void linearColor(float* pixels, int count, const std::array<Float4, 4>& columns) {
-    // A fade (every channel times the same factor) is a plain scale.
-    const float k = columns[3][3];
-    const auto same = [](Float4 a, Float4 b) {
-        const Int4 equal = a == b;
-        return (equal[0] & equal[1] & equal[2] & equal[3]) != 0;
-    };
-    if (same(columns[0], Float4{k, 0, 0, 0}) && same(columns[1], Float4{0, k, 0, 0}) &&
-        same(columns[2], Float4{0, 0, k, 0}) && same(columns[3], Float4{0, 0, 0, k})) {
-        for (int i = 0; i < 4 * count; ++i) pixels[i] *= k;
-        return;
-    }
     const Float8 c0 = twice(columns[0]);
     const Float8 c1 = twice(columns[1]);
     const Float8 c2 = twice(columns[2]);

@@ -1,6 +1,7 @@
 #include "platform/Bitmap.h"
 #include "platform/image/Nodes.h"
 #include "platform/image/PixelMath.h"
+#include "platform/image/PixelRows.h"
 #include "platform/image/RenderPass.h"
 
 namespace qm {
@@ -12,7 +13,7 @@ void BitmapNode::render(RenderPass&, const ImageTile& out) const {
     const int height = _bitmap->height();
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
         const uint8_t* src = _bitmap->data() + size_t(height - 1 - y) * _bitmap->bytesPerRow() + size_t(out.rect.x) * 4;
-        bytesToFloats(src, out.row(y), out.rect.width);
+        bytesToFloatRow(src, out.row(y), out.rect.width);
     }
 }
 

@@ -64,6 +64,45 @@ TEST(ImageCompositingTest, SourceOverAPictureWithColourStages) {
         }
 }
 
+TEST(ImageCompositingTest, AFadedPictureIsEveryChannelTimesTheFade) {
+    // Alone, over a colour, under a picture, cropped, and beside its own edge (the render reaches
+    // past the picture): each pixel is the bitmap's times 0.35 (then composited), to float rounding.
+    const auto picture = makeBitmap(37, 21, [](int x, int row) {
+        return std::array<uint8_t, 4>{uint8_t(x * 6), uint8_t(row * 11), uint8_t(90 + x), uint8_t(230 + (x % 3) * 10)};
+    });
+    ColorMatrix fade;
+    fade.a = {0, 0, 0, 0.35f};
+    const Image faded = Image::imageWithBitmap(picture).colorMatrix(fade);
+    const Image backdrop = Image::imageWithColor(Color{0, 0.5, 1, 1});
+    const Image front = colorSquare(Color{0.2, 0.9, 0.1, 0.6}, Rect{4, 3, 20, 9});
+    const PixelRect all{-3, -2, 43, 26};
+    const RenderedPixels alone = renderPixels(faded, all, 16);
+    const RenderedPixels over = renderPixels(sourceOver(faded, backdrop), all, 16);
+    const RenderedPixels under = renderPixels(sourceOver(front, faded), all, 16);
+    const RenderedPixels cropped = renderPixels(faded.cropped(Rect{5, 5, 20, 10}), all, 16);
+    const RenderedPixels frontAlone = renderPixels(front, all, 16);
+    for (int y = all.y; y < all.maxY(); ++y) {
+        for (int x = all.x; x < all.maxX(); ++x) {
+            Pixel expected{};
+            if (x >= 0 && y >= 0 && x < 37 && y < 21) {
+                const auto bytes = picture->pixelAt(x, 20 - y);
+                for (size_t c = 0; c < 4; ++c) expected[c] = bytes[c] / 255.f * 0.35f;
+            }
+            expectPixelNear(alone.at(x, y), expected, 1e-6f);
+            const Pixel back{0, 0.5f, 1, 1};
+            Pixel overBack;
+            for (size_t c = 0; c < 4; ++c) overBack[c] = expected[c] + back[c] * (1 - expected[3]);
+            expectPixelNear(over.at(x, y), overBack, 1e-6f);
+            const Pixel f = frontAlone.at(x, y);
+            Pixel underFront;
+            for (size_t c = 0; c < 4; ++c) underFront[c] = f[c] + expected[c] * (1 - f[3]);
+            expectPixelNear(under.at(x, y), underFront, 1e-6f);
+            const bool inCrop = x >= 5 && x < 25 && y >= 5 && y < 15;
+            expectPixelNear(cropped.at(x, y), inCrop ? expected : Pixel{}, 1e-6f);
+        }
+    }
+}
+
 TEST(ImageCompositingTest, SourceInKeepsTheForegroundWhereTheBackgroundIs) {
     const auto mask = makeBitmap(3, 1, [](int x, int) {
         const uint8_t a = uint8_t(x * 100);

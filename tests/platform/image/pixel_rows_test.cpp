@@ -91,27 +91,6 @@ TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
     EXPECT_EQ(fast[5], 255);  // 1.0
 }
 
-TEST(PixelRowsTest, LinearColorScalesAndMixesChannels) {
-    // A fade (one factor on every channel) and a matrix that is one entry away from it, over a
-    // count that leaves a tail, against the columns applied one pixel at a time.
-    const int count = 7;
-    std::vector<float> pixels(size_t(count) * 4);
-    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = float((i * 29) % 97) / 96.f;
-    const float k = 0.35f;
-    std::array<Float4, 4> fade{Float4{k, 0, 0, 0}, Float4{0, k, 0, 0}, Float4{0, 0, k, 0}, Float4{0, 0, 0, k}};
-    std::array<Float4, 4> nearlyFade = fade;
-    nearlyFade[3][0] = 0.5f;  // red takes half of alpha
-    for (const auto& columns : {fade, nearlyFade}) {
-        std::vector<float> row = pixels;
-        linearColor(row.data(), count, columns);
-        for (int i = 0; i < count; ++i) {
-            const Float4 p = loadFloat4(&pixels[size_t(i) * 4]);
-            const Float4 expected = columns[0] * p[0] + columns[1] * p[1] + columns[2] * p[2] + columns[3] * p[3];
-            for (int c = 0; c < 4; ++c) EXPECT_FLOAT_EQ(row[size_t(i) * 4 + size_t(c)], expected[c]) << i << " " << c;
-        }
-    }
-}
-
 TEST(PixelRowsTest, YUVRowsFollowTheLimitedRangeFormula) {
     // Every pixel of two rows against the BT.709 formula, over a width with whole groups of
     // eight, a pair and an odd last column.

@@ -19,7 +19,7 @@ void copyRow(const ConstImageTile& tile, int y, int x0, int x1, float* dst) {
         for (int x = x0; x < x1; ++x) storeFloat4(dst + 4 * (x - x0), tile.pixel(x, y));
         return;
     }
-    if (tile.bytes) bytesToFloats(tile.byteAt(x0, y), dst, x1 - x0);
+    if (tile.bytes) bytesToFloatRow(tile.byteAt(x0, y), dst, x1 - x0);
     else std::memcpy(dst, tile.at(x0, y), sizeof(float) * 4 * size_t(x1 - x0));
 }
 

@@ -14,6 +14,7 @@
 #include "platform/image/ImageKernel.h"
 #include "platform/image/ImageTile.h"
 #include "platform/image/PixelMath.h"
+#include "platform/image/PixelRows.h"
 
 // Small pieces shared by the transition kernels.
 namespace qm::kernels {
@@ -166,7 +167,7 @@ public:
 private:
     void convert() const {
         float* row = rowBuffer(_x1 - _x0);
-        bytesToFloats(_tile->byteAt(_x0, _y), row, _x1 - _x0);
+        bytesToFloatRow(_tile->byteAt(_x0, _y), row, _x1 - _x0);
         _row = row;
         _origin = _x0;
     }
