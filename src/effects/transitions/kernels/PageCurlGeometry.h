@@ -12,6 +12,8 @@
 namespace qm::kernels {
 
 constexpr float kPi = std::numbers::pi_v<float>;
+// The centres of four pixels from a pixel's left edge.
+constexpr Float4 kLaneCentres{0.5f, 1.5f, 2.5f, 3.5f};
 // Lower half of the roll: material lies up to (pi / 2 - 1) r behind the point that shows it.
 constexpr float kLowerReach = kPi * 0.5f - 1.0f;
 
@@ -32,6 +34,8 @@ struct CurlGeometry {
     float maxY = 0;
 
     float along(float x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
+    // along() of four points on the row y, with the same steps.
+    Float4 along4(Float4 x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
     bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
     // Where the flat top part over the point at centre (cx, cy) has its page material: the
     // point's mirror image across u = L - pi r / 2.

@@ -89,11 +89,12 @@ Rect backRegion(const CurlGeometry& g, const Rect& rect) {
 enum CurlPart { kPlainTarget, kTargetInShadow, kRoll, kFlat };
 
 // Renders the curl. `shade(color, n, cosine)` lights a curved surface whose normal has the
-// in-plane part n along d and the upward part `cosine`; `onTarget(color, cx, cy, u)` gives the
-// target where no page lies over it, which below u = plainTarget is the target unchanged.
-template <class Shade, class OnTarget>
+// in-plane part n along d and the upward part `cosine`; `darkness(cx, cy, u)` gives, four pixels
+// at a time, the shadow on the target where no page lies over it, which below u = plainTarget is
+// the target unchanged.
+template <class Shade, class Darkness>
 void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in, const Shade& shade,
-                const OnTarget& onTarget, float plainTarget) {
+                const Darkness& darkness, float plainTarget) {
     if (copyEndInput(out, in, g.t)) return;
     const ConstImageTile& front = in[0];
     const ConstImageTile& target = in[1];
@@ -154,8 +155,8 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
         // The roll over pixels x0 <= x < x1, its geometry worked out four pixels at a time.
         const auto rollRun = [&](int x0, int x1) {
             for (int x = x0; x < x1; x += 4) {
-                const Float4 cx = float(x) + Float4{0.5f, 1.5f, 2.5f, 3.5f};
-                const Float4 u = (cx - g.ox) * g.dx + (cy - g.oy) * g.dy;
+                const Float4 cx = float(x) + kLaneCentres;
+                const Float4 u = g.along4(cx, cy);
                 const Float4 sine = minFloat4((line - u) / radius, splat(1.0f));
                 const Float4 angle = asinOfUnit4(sine);
                 const Float4 cosine = sqrtFloat4(maxFloat4(1.0f - sine * sine, splat(0.0f)));
@@ -187,20 +188,25 @@ void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const Con
                 case kFlat: forEachMirrorRun(g, cy, x0, x1, flatRun); return;
                 case kRoll: rollRun(x0, x1); return;
                 default:
-                    for (int x = x0; x < x1; ++x) {
-                        const float cx = float(x) + 0.5f;
-                        storeFloat4(row + 4 * (x - first), onTarget(b(x), cx, cy, g.along(cx, cy)));
+                    copyRow(target, y, x0, x1, row + 4 * start);
+                    for (int x = x0; x < x1; x += 4) {
+                        const Float4 cx = float(x) + kLaneCentres;
+                        const Float4 dark = darkness(cx, cy, g.along4(cx, cy));
+                        for (int lane = 0; lane < std::min(4, x1 - x); ++lane) {
+                            float* pixel = row + 4 * (x + lane - first);
+                            storeFloat4(pixel, loadFloat4(pixel) * (1.0f - dark[lane]) + Float4{0, 0, 0, dark[lane]});
+                        }
                     }
             }
         });
     }
 }
 
-// How much of the point (x, y) lies inside `rect`, anti-aliased over one pixel.
-float coverage(const Rect& rect, float x, float y) {
-    const float inside = std::min(std::min(x - float(rect.minX()), float(rect.maxX()) - x),
-                                  std::min(y - float(rect.minY()), float(rect.maxY()) - y));
-    return clamp01(inside + 0.5f);
+// How much of each point (x, y) lies inside `rect`, anti-aliased over one pixel.
+Float4 coverage(const Rect& rect, Float4 x, Float4 y) {
+    const Float4 inside = minFloat4(minFloat4(x - float(rect.minX()), float(rect.maxX()) - x),
+                                    minFloat4(y - float(rect.minY()), float(rect.maxY()) - y));
+    return clampFloat4(inside + 0.5f, splat(0.0f), splat(1.0f));
 }
 
 }  // namespace
@@ -231,8 +237,8 @@ Image pageCurlTransition(const Image& from, const Image& to, double time, const 
         const auto shade = [&](Float4 color, float n, float) {
             return profile ? SphereShading::lit(color, profile->light(n)) : color;
         };
-        const auto onTarget = [](Float4 color, float, float, float) { return color; };
-        renderCurl(g, out, in, shade, onTarget, g.line - g.radius);
+        const auto noShadow = [](Float4, float, Float4) { return splat(0.0f); };
+        renderCurl(g, out, in, shade, noShadow, g.line - g.radius);
     };
     std::vector<Image> inputs{from, to, parameters.backsideImage ? parameters.backsideImage : from};
     if (hasShading) inputs.push_back(parameters.shadingImage);
@@ -259,17 +265,15 @@ Image pageCurlWithShadowTransition(const Image& from, const Image& to, double ti
     };
     kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
         const auto shade = [](Float4 color, float, float cosine) { return shaded(color, 0.6f + 0.4f * cosine); };
-        const auto onTarget = [&](Float4 color, float cx, float cy, float u) {
-            const float distance = (g.line - g.radius) - u;
-            if (distance >= shadowLength) return color;
+        const auto darkness = [&](Float4 cx, float cy, Float4 u) {
+            const Float4 distance = (g.line - g.radius) - u;
             // The page point at the crest of the roll in line with this point casts the shadow.
-            const float toCrest = g.line - 0.5f * kPi * g.radius - u;
-            const float cast = coverage(caster, cx + toCrest * g.dx, cy + toCrest * g.dy);
-            const float fall = 1.0f - distance / shadowLength;
-            const float darkness = shadowAmount * fall * fall * cast;
-            return color * (1.0f - darkness) + Float4{0, 0, 0, darkness};
+            const Float4 toCrest = g.line - 0.5f * kPi * g.radius - u;
+            const Float4 cast = coverage(caster, cx + toCrest * g.dx, cy + toCrest * g.dy);
+            const Float4 fall = 1.0f - distance / shadowLength;
+            return distance >= shadowLength ? splat(0.0f) : shadowAmount * fall * fall * cast;
         };
-        renderCurl(g, out, in, shade, onTarget, g.line - g.radius - shadowLength);
+        renderCurl(g, out, in, shade, darkness, g.line - g.radius - shadowLength);
     };
     return applyKernel(kernel, {from, to, parameters.backsideImage ? parameters.backsideImage : from});
 }
