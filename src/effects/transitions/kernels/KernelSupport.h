@@ -367,6 +367,11 @@ public:
     SphereShading(const ConstImageTile& tile, const Rect& extent);
     // The light added where the normal's in-plane part is (nx, ny).
     Float4 light(float nx, float ny) const;
+    // Where the shading is read for the normals (nx, ny), lane by lane: read there and less
+    // flatLight(), it is light().
+    std::pair<Float4, Float4> points(Float4 nx, Float4 ny) const { return {_cx + nx * _rx, _cy + ny * _ry}; }
+    Float4 flatLight() const { return _flat; }
+    const ConstImageTile& tile() const { return *_tile; }
     // `color` with `light` added in proportion to its alpha, kept within 0..alpha.
     static Float4 lit(Float4 color, Float4 light) {
         Float4 result = minFloat4(maxFloat4(color + light * color[3], splat(0.0f)), splat(color[3]));

@@ -116,35 +116,26 @@ struct Samples4 {
     }
 };
 
-// SphereShading with the points it reads worked out four at a time: light from a shaded sphere
-// filling the shading image's extent, relative to the light at its centre.
+// SphereShading with the points it reads worked out four at a time.
 class Light {
 public:
-    Light(const ConstImageTile& tile, const Rect& extent)
-        : _tile(&tile),
-          _cx(float(extent.midX())),
-          _cy(float(extent.midY())),
-          _rx(float(extent.width() * 0.5 - 1.0)),
-          _ry(float(extent.height() * 0.5 - 1.0)),
-          _flat(tile.sample(_cx, _cy)) {}
+    Light(const ConstImageTile& tile, const Rect& extent) : _sphere(tile, extent) {}
 
     // The points read for surface normals with in-plane parts (nx, ny).
-    Samples4 points(Float4 nx, Float4 ny) const { return Samples4(_cx + nx * _rx, _cy + ny * _ry); }
+    Samples4 points(Float4 nx, Float4 ny) const {
+        const auto [x, y] = _sphere.points(nx, ny);
+        return Samples4(x, y);
+    }
     // The lanes of `points` read inside the shading tile, for apply().
-    int inside(const Samples4& points) const { return points.inside(*_tile); }
+    int inside(const Samples4& points) const { return points.inside(_sphere.tile()); }
 
     // `color` lit at lane `lane` of `points`.
     Float4 apply(Float4 color, const Samples4& points, int lane, int inside) const {
-        return SphereShading::lit(color, points.read(*_tile, lane, inside) - _flat);
+        return SphereShading::lit(color, points.read(_sphere.tile(), lane, inside) - _sphere.flatLight());
     }
 
 private:
-    const ConstImageTile* _tile;
-    float _cx;
-    float _cy;
-    float _rx;
-    float _ry;
-    Float4 _flat;
+    SphereShading _sphere;
 };
 
 }  // namespace
