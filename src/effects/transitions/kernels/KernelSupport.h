@@ -53,12 +53,6 @@ inline float sinOfTurns(float turns) {
     return 0.225f * (y * std::fabs(y) - y) + y;
 }
 
-// asin(v) for v in 0..1, to about 1e-4 radians.
-inline float asinOfUnit(float v) {
-    const float root = std::sqrt(std::max(1.0f - v, 0.0f));
-    return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
-}
-
 // Lane i of a vector comparison as bit i.
 inline int laneBits(Int4 condition) {
 #if defined(__SSE2__)
@@ -68,7 +62,7 @@ inline int laneBits(Int4 condition) {
 #endif
 }
 
-// asinOfUnit, lane by lane, with the same steps.
+// asin(v) for v in 0..1, to about 1e-4 radians, lane by lane.
 inline Float4 asinOfUnit4(Float4 v) {
     const Float4 root = sqrtFloat4(maxFloat4(1.0f - v, splat(0.0f)));
     return 1.5707963f - root * (1.5707288f + v * (-0.2121144f + v * (0.0742610f - 0.0187293f * v)));
@@ -89,7 +83,7 @@ inline Float4 blendInside(const ConstImageTile& tile, int x0, int y0, float tx, 
 
 // Bilinear sample at point (px, py) as ConstImageTile::sample, with one bounds test when the four
 // pixels lie inside the tile.
-__attribute__((always_inline)) inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
+inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
     const float u = px - 0.5f;
     const float v = py - 0.5f;
     const int x0 = fastFloor(u);
@@ -98,20 +92,6 @@ __attribute__((always_inline)) inline Float4 sampleBilinear(const ConstImageTile
     if (x0 < r.x || y0 < r.y || x0 + 1 >= r.maxX() || y0 + 1 >= r.maxY()) [[unlikely]]
         return tile.sample(px, py);
     return blendInside(tile, x0, y0, u - float(x0), v - float(y0));
-}
-
-// mix(sample of a, sample of b, t) at the same point.
-inline Float4 sampleMix(const ConstImageTile& a, const ConstImageTile& b, float px, float py, float t) {
-    const float u = px - 0.5f;
-    const float v = py - 0.5f;
-    const int x0 = fastFloor(u);
-    const int y0 = fastFloor(v);
-    if (!a.containsPixel(x0, y0) || !a.containsPixel(x0 + 1, y0 + 1) || !b.containsPixel(x0, y0) ||
-        !b.containsPixel(x0 + 1, y0 + 1))
-        return mix(a.sample(px, py), b.sample(px, py), t);
-    const float tx = u - float(x0);
-    const float ty = v - float(y0);
-    return mix(blendInside(a, x0, y0, tx, ty), blendInside(b, x0, y0, tx, ty), t);
 }
 
 // The least and greatest of dot(corner, (dx, dy)) over the corners of `rect`.
