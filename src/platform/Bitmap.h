@@ -25,6 +25,8 @@ public:
     int height() const { return _height; }
     size_t bytesPerRow() const { return _bytesPerRow; }
     const uint8_t* data() const { return _pixels.data(); }
+    // The bytes of row y counted up from the bottom, as images count their rows.
+    const uint8_t* imageRow(int y) const { return data() + size_t(_height - 1 - y) * _bytesPerRow; }
     // Premultiplied R, G, B, A of one pixel; (x, y) counts from the top left.
     std::array<uint8_t, 4> pixelAt(int x, int y) const;
     bool isOpaque() const;

@@ -16,11 +16,6 @@ bool isOpaque(const ImageTile& tile) {
     return true;
 }
 
-// The bytes of row y (counted up from the bottom, as images count) of `bitmap`.
-const uint8_t* imageRow(const Bitmap& bitmap, int y) {
-    return bitmap.data() + size_t(bitmap.height() - 1 - y) * bitmap.bytesPerRow();
-}
-
 }  // namespace
 
 SourceOverNode::SourceOverNode(const Image& foreground, const Image& background)
@@ -49,7 +44,7 @@ void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
         constexpr int kRun = 64;
         float run[kRun * 4];
         for (int y = area.y; y < area.maxY(); ++y) {
-            const uint8_t* src = imageRow(*bitmap, y);
+            const uint8_t* src = bitmap->imageRow(y);
             float* dst = out.at(area.x, y);
             for (int start = 0; start < area.width; start += kRun) {
                 const int count = std::min(kRun, area.width - start);
@@ -87,7 +82,7 @@ void ColorNode::render(RenderPass& pass, const ImageTile& out) const {
     const Bitmap* bitmap = fade ? input(0).directBitmap(shown) : nullptr;
     if (bitmap && shown == out.rect) {
         for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
-            const uint8_t* src = imageRow(*bitmap, y);
+            const uint8_t* src = bitmap->imageRow(y);
             bytesToFloatRow(src + size_t(out.rect.x) * 4, out.row(y), out.rect.width, kByteToFloat * *fade);
         }
         return;

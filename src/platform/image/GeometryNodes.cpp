@@ -142,7 +142,7 @@ void TransformNode::renderFromTile(const ConstImageTile& in, const ImageTile& ou
 
 void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& bounds, const ImageTile& out) const {
     const std::ptrdiff_t stride = std::ptrdiff_t(bitmap.bytesPerRow());
-    const BitmapView view{bitmap.data() + std::ptrdiff_t(bitmap.height() - 1) * stride, stride, bounds};
+    const BitmapView view{bitmap.imageRow(0), stride, bounds};
     if (_interpolation == Interpolation::Nearest) {
         resample(out, {}, [&](float u, float v) {
             return view.pixel(fastFloor(u + 0.5f), fastFloor(v + 0.5f)) * kByteToFloat;

@@ -35,10 +35,9 @@ void KernelNode::render(RenderPass& pass, const ImageTile& out) const {
         PixelRect rect = regionOfInterest(i, out.rect).intersection(in.pixelBounds());
         if (readsBytes(i)) {
             if (const Bitmap* bitmap = in.directBitmap(rect)) {
-                const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
-                const uint8_t* origin = bitmap->data() + std::ptrdiff_t(bitmap->height() - 1 - rect.y) * stride +
-                                        std::ptrdiff_t(rect.x) * 4;
-                tiles.push_back(ConstImageTile::withBytes(rect, rect.isEmpty() ? nullptr : origin, -stride));
+                const uint8_t* origin = bitmap->imageRow(rect.y) + std::ptrdiff_t(rect.x) * 4;
+                tiles.push_back(ConstImageTile::withBytes(rect, rect.isEmpty() ? nullptr : origin,
+                                                          -std::ptrdiff_t(bitmap->bytesPerRow())));
                 continue;
             }
         }

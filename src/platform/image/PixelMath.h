@@ -66,7 +66,8 @@ inline Float4 bilinearBytes(const uint8_t* lower, const uint8_t* upper, int wx, 
 #endif
 }
 
-// `count` RGBA8 pixels to premultiplied floats 0..1.
+// `count` RGBA8 pixels to premultiplied floats 0..1, inline for a few pixels at a time (long rows
+// go faster through bytesToFloatRow).
 inline void bytesToFloats(const uint8_t* src, float* dst, int count) {
     int i = 0;
 #if defined(__SSE2__)

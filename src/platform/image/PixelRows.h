@@ -16,8 +16,8 @@ namespace qm {
 // front = front + back * (1 - front alpha)
 void compositeUnder(float* front, const float* back, int count);
 void compositeUnderColor(float* front, Float4 back, int count);
-// `count` RGBA8 pixels to premultiplied floats, as bytesToFloats, each value times `scale`
-// instead of 1/255 when given (a fade folded into the conversion); for long rows.
+// `count` RGBA8 pixels to premultiplied floats 0..1 as bytesToFloats gives them, for long rows; or
+// each value times `scale` when given (a fade folded into the conversion).
 void bytesToFloatRow(const uint8_t* src, float* dst, int count, float scale = kByteToFloat);
 // values = values * factor over `count` floats.
 void scaleRow(float* values, int count, float factor);

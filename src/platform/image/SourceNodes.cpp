@@ -10,11 +10,8 @@ BitmapNode::BitmapNode(std::shared_ptr<const Bitmap> bitmap)
     : ImageNode(Rect{0, 0, double(bitmap->width()), double(bitmap->height())}, {}), _bitmap(std::move(bitmap)) {}
 
 void BitmapNode::render(RenderPass&, const ImageTile& out) const {
-    const int height = _bitmap->height();
-    for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
-        const uint8_t* src = _bitmap->data() + size_t(height - 1 - y) * _bitmap->bytesPerRow() + size_t(out.rect.x) * 4;
-        bytesToFloatRow(src, out.row(y), out.rect.width);
-    }
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y)
+        bytesToFloatRow(_bitmap->imageRow(y) + size_t(out.rect.x) * 4, out.row(y), out.rect.width);
 }
 
 const Bitmap* BitmapNode::directBitmap(PixelRect& bounds) const {

@@ -205,7 +205,7 @@ Image disintegrateWithMaskTransition(const Image& from, const Image& to, double 
                 int bare = 0;
                 if (whole != 15) {
                     const Float4 s = grid.ramp4(caster, x0 + i - offsetX, t, softness);
-                    const Float4 shadow = density * (s * s * (3.0f - 2.0f * s));
+                    const Float4 shadow = density * smooth4(s);
                     storeFloat4(shadows + i, shadow);
                     bare = laneBits((remains <= 0.0f) & (shadow == 0.0f));
                 }

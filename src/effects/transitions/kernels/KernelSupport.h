@@ -29,6 +29,12 @@ inline float smooth01(float x) {
     return x * x * (3.0f - 2.0f * x);
 }
 
+// smooth01, lane by lane.
+inline Float4 smooth4(Float4 x) {
+    x = clampFloat4(x, splat(0.0f), splat(1.0f));
+    return x * x * (3.0f - 2.0f * x);
+}
+
 // The time of a transition: clamped to 0..1, NaN counts as 0.
 inline float transitionTime(double time) {
     if (!(time > 0)) return 0.0f;
@@ -51,6 +57,18 @@ inline float sinOfTurns(float turns) {
     const float s = turns - float(fastFloor(turns + 0.5f));  // -0.5 .. 0.5
     const float y = 8.0f * s - 16.0f * s * std::fabs(s);
     return 0.225f * (y * std::fabs(y) - y) + y;
+}
+
+// |v|, lane by lane.
+inline Float4 absFloat4(Float4 v) {
+    return Float4(Int4(v) & 0x7fffffff);
+}
+
+// sinOfTurns, lane by lane.
+inline Float4 sinOfTurns4(Float4 turns) {
+    const Float4 s = turns - floorFloat4(turns + 0.5f);  // -0.5 .. 0.5
+    const Float4 y = 8.0f * s - 16.0f * s * absFloat4(s);
+    return 0.225f * (y * absFloat4(y) - y) + y;
 }
 
 // Lane i of a vector comparison as bit i.

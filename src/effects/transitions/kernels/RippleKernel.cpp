@@ -15,23 +15,6 @@ using namespace kernels;
 
 namespace {
 
-Float4 absFloat4(Float4 v) {
-    return Float4(Int4(v) & 0x7fffffff);
-}
-
-// sinOfTurns, lane by lane.
-Float4 sinOfTurns4(Float4 turns) {
-    const Float4 s = turns - floorFloat4(turns + 0.5f);  // -0.5 .. 0.5
-    const Float4 y = 8.0f * s - 16.0f * s * absFloat4(s);
-    return 0.225f * (y * absFloat4(y) - y) + y;
-}
-
-// smooth01, lane by lane.
-Float4 smooth4(Float4 x) {
-    x = clampFloat4(x, splat(0.0f), splat(1.0f));
-    return x * x * (3.0f - 2.0f * x);
-}
-
 #if defined(__SSE2__)
 // bilinearBytes at the same place in two pictures: the pixels at `a` and `b`, each with the row
 // above it `aUp` and `bUp` bytes further on, into `first` and `second`.
