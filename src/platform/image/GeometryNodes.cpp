@@ -142,7 +142,11 @@ void TransformNode::renderFromTile(const ConstImageTile& in, const ImageTile& ou
 
 void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& bounds, const ImageTile& out) const {
     const std::ptrdiff_t stride = std::ptrdiff_t(bitmap.bytesPerRow());
-    const BitmapView view{bitmap.imageRow(0), stride, bounds};
+    // Rows read the bitmap six rows ahead of where their pixels land.
+    constexpr int kRowsAhead = 6;
+    const std::ptrdiff_t readAhead = std::ptrdiff_t(std::lround(kRowsAhead * _inverse.m21)) * 4 -
+                                     std::ptrdiff_t(std::lround(kRowsAhead * _inverse.m22)) * stride;
+    const BitmapView view{bitmap.imageRow(0), stride, bounds, readAhead};
     if (_interpolation == Interpolation::Nearest) {
         resample(out, {}, [&](float u, float v) {
             return view.pixel(fastFloor(u + 0.5f), fastFloor(v + 0.5f)) * kByteToFloat;

@@ -117,26 +117,35 @@ QM_ROW_KERNEL void mixRows(const float* a, const float* b, float t, float* out, 
 
 QM_ROW_KERNEL void enlargeRow(const float* source, int first, int factor, int x, float* out, int count) {
     const float step = 1.f / float(factor);
-    auto at = [&](int i, float& t) {
+    auto one = [&](int i) {
         const float u = (float(x + i) + 0.5f) * step - 0.5f;
         const int i0 = fastFloor(u);
-        t = u - float(i0);
-        return source + 4 * (i0 - first);
+        const float* p = source + 4 * (i0 - first);
+        storeFloat4(out + 4 * i, mix(loadFloat4(p), loadFloat4(p + 4), u - float(i0)));
     };
+    // Columns qf .. qf + f - 1 blend reduced pixels q - 1 and q in their first half, q and q + 1 in
+    // their second, with the same weights for every q.
+    constexpr int kMaxGroup = 64;
     int i = 0;
-    for (; i + 2 <= count; i += 2) {
-        float t0, t1;
-        const float* p0 = at(i, t0);
-        const float* p1 = at(i + 1, t1);
-        const Float8 a = pair(loadFloat4(p0), loadFloat4(p1));
-        const Float8 b = pair(loadFloat4(p0 + 4), loadFloat4(p1 + 4));
-        store8(out + 4 * i, a + (b - a) * Float8{t0, t0, t0, t0, t1, t1, t1, t1});
+    if (factor <= kMaxGroup) {
+        for (; i < count && ((x + i) & (factor - 1)) != 0; ++i) one(i);
+        const int half = factor / 2;
+        const int shift = __builtin_ctz(unsigned(factor));
+        Float4 weights[kMaxGroup];
+        for (int r = 0; r < factor; ++r) weights[r] = splat((float(r) + 0.5f) * step + (r < half ? 0.5f : -0.5f));
+        for (; i + factor <= count; i += factor) {
+            const float* p = source + 4 * (((x + i) >> shift) - 1 - first);
+            const Float4 left = loadFloat4(p);
+            const Float4 middle = loadFloat4(p + 4);
+            const Float4 right = loadFloat4(p + 8);
+            const Float4 towardsMiddle = middle - left;
+            const Float4 towardsRight = right - middle;
+            float* dst = out + 4 * i;
+            for (int r = 0; r < half; ++r) storeFloat4(dst + 4 * r, left + towardsMiddle * weights[r]);
+            for (int r = half; r < factor; ++r) storeFloat4(dst + 4 * r, middle + towardsRight * weights[r]);
+        }
     }
-    if (i < count) {
-        float t;
-        const float* p = at(i, t);
-        storeFloat4(out + 4 * i, mix(loadFloat4(p), loadFloat4(p + 4), t));
-    }
+    for (; i < count; ++i) one(i);
 }
 
 QM_ROW_KERNEL void convolveRow(const float* src, float* dst, int count, const float* weights, int taps) {
@@ -305,55 +314,88 @@ int sampleShiftedRow(const BitmapView& bitmap, int64_t u, int64_t v, float scale
 #if defined(__x86_64__)
 namespace {
 
-// The general row of sampleBitmapRow with AVX2, two pixels at a time through the same integer
-// steps as bilinearBytes (lanes 0-7 of each register hold one pixel's two source pixels, lanes
-// 8-15 the other's). Pairs that reach beyond the bounds are sampled one by one.
+// The pixels of a row whose 2 x 2 squares lie wholly inside the bounds: [first, last). Positions
+// move steadily along a row, so they form one run.
+std::pair<int, int> insideRun(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, int count) {
+    const PixelRect& b = bitmap.bounds;
+    auto inside = [&](int i) {
+        const int x0 = int(((u + i * du + 256) >> 9) >> 7);
+        const int y0 = int(((v + i * dv + 256) >> 9) >> 7);
+        return unsigned(x0 - b.x) < unsigned(b.width - 1) && unsigned(y0 - b.y) < unsigned(b.height - 1);
+    };
+    int first = 0;
+    while (first < count && !inside(first)) ++first;
+    int last = count;
+    while (last > first && !inside(last - 1)) --last;
+    return {first, last};
+}
+
+// a + ((c - a) * w + 64) >> 7 in 16-bit lanes.
+__attribute__((target("avx2"))) inline __m256i blendWords(__m256i a, __m256i c, __m256i w) {
+    return _mm256_add_epi16(
+        a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), w), _mm256_set1_epi16(64)), 7));
+}
+
+// Two bilinear samples whose lower left source pixels are at p and q (image rows grow downwards
+// in memory by -stride), each pixel's weights spread over its eight 16-bit lanes: lanes 0-7 of a
+// register hold one pixel's two source pixels and lanes 8-15 the other's.
+__attribute__((target("avx2"))) inline void samplePair(const uint8_t* p, const uint8_t* q, std::ptrdiff_t stride,
+                                                       __m256i wx, __m256i wy, __m256 factor, float* dst) {
+    auto load = [](const uint8_t* r) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r)); };
+    const __m256i a = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p), load(q)));
+    const __m256i c = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p - stride), load(q - stride)));
+    const __m256i vertical = blendWords(a, c, wy);
+    const __m256i h = blendWords(vertical, _mm256_srli_si256(vertical, 8), wx);
+    // Lanes 0-3 and 8-11 hold the two pixels.
+    const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
+    _mm256_storeu_ps(dst, _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), factor));
+}
+
+// The general row of sampleBitmapRow with AVX2, four pixels at a time through the same integer
+// steps as bilinearBytes: positions and weights in vector lanes, then two pairs of pixels. Pixels whose squares reach beyond the bounds are sampled one by one.
 __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du,
                                                    int64_t dv, float scale, float* out, int count) {
-    const PixelRect& b = bitmap.bounds;
-    const __m256i half = _mm256_set1_epi16(64);
-    // Spread the packed weights (wy of each pixel, then wx of each) over their lanes.
-    const __m256i pickY = _mm256_setr_epi8(0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 0, 1, 2, 3, 2, 3, 2, 3, 2, 3, 2, 3,
-                                           2, 3, 2, 3, 2, 3);
-    const __m256i pickX = _mm256_setr_epi8(4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 4, 5, 6, 7, 6, 7, 6, 7, 6, 7, 6, 7,
-                                           6, 7, 6, 7, 6, 7);
-    const __m256 factor = _mm256_set1_ps(scale);
-    auto inside = [&](int x, int y) {
-        return unsigned(x - b.x) < unsigned(b.width - 1) && unsigned(y - b.y) < unsigned(b.height - 1);
-    };
+    const auto [first, last] = insideRun(bitmap, u, v, du, dv, count);
+    const PixelRect b = bitmap.bounds;
+    // Positions inside the bounds, counted from their corner, fit 32-bit lanes.
+    constexpr int64_t kLaneLimit = int64_t(1) << 14;
+    const bool fitsLanes = b.width < kLaneLimit && b.height < kLaneLimit && std::abs(du) < (kLaneLimit << 16) / 4 &&
+                           std::abs(dv) < (kLaneLimit << 16) / 4;
     int i = 0;
-    for (; i + 2 <= count; i += 2, u += 2 * du, v += 2 * dv) {
-        const int64_t ru0 = (u + 256) >> 9;
-        const int64_t rv0 = (v + 256) >> 9;
-        const int64_t ru1 = (u + du + 256) >> 9;
-        const int64_t rv1 = (v + dv + 256) >> 9;
-        const int x0 = int(ru0 >> 7), y0 = int(rv0 >> 7);
-        const int x1 = int(ru1 >> 7), y1 = int(rv1 >> 7);
-        if (!inside(x0, y0) || !inside(x1, y1)) {
-            storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
-            storeFloat4(out + 4 * i + 4, bitmap.sample(u + du, v + dv) * scale);
-            continue;
+    for (; i < first; ++i) storeFloat4(out + 4 * i, bitmap.sample(u + i * du, v + i * dv) * scale);
+    if (fitsLanes) {
+        const uint8_t* const corner = bitmap.at(b.x, b.y);
+        const std::ptrdiff_t stride = bitmap.stride;
+        const std::ptrdiff_t readAhead = bitmap.readAhead;
+        const __m128i steps = _mm_setr_epi32(0, 1, 2, 3);
+        const __m128i du4 = _mm_mullo_epi32(_mm_set1_epi32(int(du)), steps);
+        const __m128i dv4 = _mm_mullo_epi32(_mm_set1_epi32(int(dv)), steps);
+        const __m128i round = _mm_set1_epi32(256);
+        const __m128i fraction = _mm_set1_epi32(127);
+        const __m128i twice = _mm_set1_epi32(0x10001);
+        const __m256i firstPair = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
+        const __m256i secondPair = _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3);
+        const __m256 factor = _mm256_set1_ps(scale);
+        for (; i + 4 <= last; i += 4) {
+            const __m128i pu = _mm_add_epi32(_mm_set1_epi32(int(u + i * du - int64_t(b.x) * 65536)), du4);
+            const __m128i pv = _mm_add_epi32(_mm_set1_epi32(int(v + i * dv - int64_t(b.y) * 65536)), dv4);
+            const __m128i ru = _mm_srai_epi32(_mm_add_epi32(pu, round), 9);
+            const __m128i rv = _mm_srai_epi32(_mm_add_epi32(pv, round), 9);
+            alignas(16) int32_t xs[4], ys[4];
+            _mm_store_si128(reinterpret_cast<__m128i*>(xs), _mm_srai_epi32(ru, 7));
+            _mm_store_si128(reinterpret_cast<__m128i*>(ys), _mm_srai_epi32(rv, 7));
+            const __m256i wx = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(ru, fraction), twice));
+            const __m256i wy = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(rv, fraction), twice));
+            const uint8_t* p[4];
+            for (int k = 0; k < 4; ++k) p[k] = corner - std::ptrdiff_t(ys[k]) * stride + std::ptrdiff_t(xs[k]) * 4;
+            _mm_prefetch(reinterpret_cast<const char*>(p[0] + readAhead), _MM_HINT_T0);
+            samplePair(p[0], p[1], stride, _mm256_permutevar8x32_epi32(wx, firstPair),
+                       _mm256_permutevar8x32_epi32(wy, firstPair), factor, out + 4 * i);
+            samplePair(p[2], p[3], stride, _mm256_permutevar8x32_epi32(wx, secondPair),
+                       _mm256_permutevar8x32_epi32(wy, secondPair), factor, out + 4 * i + 8);
         }
-        const uint8_t* lower0 = bitmap.at(x0, y0);
-        const uint8_t* lower1 = bitmap.at(x1, y1);
-        auto load = [](const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); };
-        const __m256i a = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(lower0), load(lower1)));
-        const __m256i c = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(lower0 - bitmap.stride), load(lower1 - bitmap.stride)));
-        const uint64_t packed = uint64_t(rv0 & 127) | uint64_t(rv1 & 127) << 16 | uint64_t(ru0 & 127) << 32 |
-                                uint64_t(ru1 & 127) << 48;
-        const __m256i weights = _mm256_set1_epi64x(int64_t(packed));
-        const __m256i wy = _mm256_shuffle_epi8(weights, pickY);
-        const __m256i wx = _mm256_shuffle_epi8(weights, pickX);
-        const __m256i vertical =
-            _mm256_add_epi16(a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), wy), half), 7));
-        const __m256i right = _mm256_srli_si256(vertical, 8);
-        const __m256i h = _mm256_add_epi16(
-            vertical, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(right, vertical), wx), half), 7));
-        // Lanes 0-3 and 8-11 hold the two pixels.
-        const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
-        _mm256_storeu_ps(out + 4 * i, _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), factor));
     }
-    if (i < count) storeFloat4(out + 4 * i, bitmap.sample(u, v) * scale);
+    for (; i < count; ++i) storeFloat4(out + 4 * i, bitmap.sample(u + i * du, v + i * dv) * scale);
 }
 
 }  // namespace

@@ -32,7 +32,7 @@ bool allOpaque(const float* pixels, int count);
 // out = a + (b - a) * t over `floats` floats.
 void mixRows(const float* a, const float* b, float t, float* out, int floats);
 // Enlarges `source` (a row of reduced pixels, the first standing at reduced index `first`) by
-// `factor`: out pixel i (at output index x + i) blends reduced positions (x + i + 0.5) / factor - 0.5.
+// `factor`, a power of two: out pixel i (at output index x + i) blends reduced positions (x + i + 0.5) / factor - 0.5.
 void enlargeRow(const float* source, int first, int factor, int x, float* out, int count);
 
 // dst[i] = sum over t of weights[t] * src[i + t], for `count` pixels; src holds count + taps - 1
@@ -54,6 +54,8 @@ struct BitmapView {
     const uint8_t* rowZero = nullptr;  // image row 0 (the bitmap's bottom row)
     std::ptrdiff_t stride = 0;         // bytes between bitmap rows; image row y starts at rowZero - y * stride
     PixelRect bounds;
+    // Bytes from a pixel a row reads to where rows sampled later will read; fetched ahead of them.
+    std::ptrdiff_t readAhead = 0;
 
     const uint8_t* at(int x, int y) const { return rowZero - std::ptrdiff_t(y) * stride + std::ptrdiff_t(x) * 4; }
     // Pixel (x, y) as 0..255 floats, transparent outside bounds.

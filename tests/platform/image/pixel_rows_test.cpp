@@ -77,6 +77,29 @@ TEST(PixelRowsTest, BoundsNarrowerThanTheBitmapCutTheSamples) {
     for (float value : row) EXPECT_EQ(value, 0.f);
 }
 
+TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
+    // Rows starting on and between group boundaries, left of zero, with and without a tail.
+    std::vector<float> reduced(40 * 4);
+    for (size_t i = 0; i < reduced.size(); ++i) reduced[i] = float((i * 29) % 31) / 30.f;
+    for (int factor : {2, 4, 8})
+        for (int x : {-factor, -3, 0, 1, 5, 3 * factor})
+            for (int count : {1, 2 * factor, 5 * factor + 3}) {
+                const int first = int(std::floor((x + 0.5) / factor - 0.5));
+                std::vector<float> out(size_t(count) * 4);
+                enlargeRow(reduced.data(), first, factor, x, out.data(), count);
+                for (int i = 0; i < count; ++i) {
+                    const double u = (x + i + 0.5) / factor - 0.5;
+                    const int i0 = int(std::floor(u));
+                    for (int c = 0; c < 4; ++c) {
+                        const double a = reduced[size_t(i0 - first) * 4 + size_t(c)];
+                        const double b = reduced[size_t(i0 - first + 1) * 4 + size_t(c)];
+                        ASSERT_NEAR(out[size_t(i) * 4 + size_t(c)], a + (b - a) * (u - i0), 1e-6)
+                            << "factor " << factor << ", x " << x << ", pixel " << i << ", channel " << c;
+                    }
+                }
+            }
+}
+
 TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
     // Values below 0, above 1 and in between, over a count that leaves a tail.
     const int count = 29;
