@@ -122,13 +122,17 @@ std::array<uint8_t, 4> Bitmap::pixelAt(int x, int y) const {
 }
 
 bool Bitmap::isOpaque() const {
-    for (int y = 0; y < _height; ++y) {
-        const uint8_t* row = _pixels.data() + static_cast<size_t>(y) * _bytesPerRow;
-        for (int x = 0; x < _width; ++x) {
-            if (row[x * 4 + 3] != 255) return false;
+    Opacity opacity = _opacity.load(std::memory_order_relaxed);
+    if (opacity == Opacity::Unknown) {
+        opacity = Opacity::Opaque;
+        for (int y = 0; y < _height && opacity == Opacity::Opaque; ++y) {
+            const uint8_t* row = _pixels.data() + static_cast<size_t>(y) * _bytesPerRow;
+            for (int x = 0; x < _width; ++x)
+                if (row[x * 4 + 3] != 255) opacity = Opacity::Translucent;
         }
+        _opacity.store(opacity, std::memory_order_relaxed);
     }
-    return true;
+    return opacity == Opacity::Opaque;
 }
 
 std::vector<uint8_t> Bitmap::JPEGRepresentation(int quality) const {

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -29,6 +30,7 @@ public:
     const uint8_t* imageRow(int y) const { return data() + size_t(_height - 1 - y) * _bytesPerRow; }
     // Premultiplied R, G, B, A of one pixel; (x, y) counts from the top left.
     std::array<uint8_t, 4> pixelAt(int x, int y) const;
+    // True when every pixel's alpha is 255. Worked out on the first call and kept.
     bool isOpaque() const;
 
     // Baseline JPEG, 4:2:0, quality 0-100. Transparent pixels come out as if over black.
@@ -46,6 +48,8 @@ private:
     int _height;
     size_t _bytesPerRow;
     std::vector<uint8_t> _pixels;
+    enum class Opacity : uint8_t { Unknown, Opaque, Translucent };
+    mutable std::atomic<Opacity> _opacity{Opacity::Unknown};
 };
 
 }  // namespace qm

@@ -21,12 +21,16 @@ bool isOpaque(const ImageTile& tile) {
 SourceOverNode::SourceOverNode(const Image& foreground, const Image& background)
     : ImageNode(foreground.extent().unionWith(background.extent()), {foreground, background}) {}
 
+bool SourceOverNode::isOpaqueOver(const PixelRect& rect) const {
+    return input(0).isOpaqueOver(rect) || input(1).isOpaqueOver(rect);
+}
+
 void SourceOverNode::render(RenderPass& pass, const ImageTile& out) const {
     // The foreground first: where it covers the whole tile the background is not rendered.
     pass.renderInto(input(0), out);
     const ImageNode& background = input(1);
     const PixelRect under = out.rect.intersection(background.pixelBounds());
-    if (under.isEmpty() || isOpaque(out)) return;
+    if (under.isEmpty() || input(0).isOpaqueOver(out.rect) || isOpaque(out)) return;
     if (const auto color = background.constantColor()) {
         for (int y = under.y; y < under.maxY(); ++y) compositeUnderColor(out.at(under.x, y), *color, under.width);
         return;

@@ -36,6 +36,10 @@ const Bitmap* CropNode::directBitmap(PixelRect& bounds) const {
     return bitmap;
 }
 
+bool CropNode::isOpaqueOver(const PixelRect& rect) const {
+    return pixelBounds().contains(rect) && input(0).isOpaqueOver(rect);
+}
+
 TransformNode::TransformNode(const Image& input, const AffineTransform& transform, Interpolation interpolation,
                              const Rect& extent)
     : ImageNode(extent, {input}), _transform(transform), _inverse(transform), _interpolation(interpolation) {
@@ -55,6 +59,10 @@ PixelRect TransformNode::regionOfInterest(size_t, const PixelRect& rect) const {
     return PixelRect::enclosing(_inverse.transformRect(rect.toRect())).outsetBy(1, 1);
 }
 
+bool TransformNode::isOpaqueOver(const PixelRect& rect) const {
+    return pixelBounds().contains(rect) && input(0).isOpaqueOver(regionOfInterest(0, rect));
+}
+
 void TransformNode::render(RenderPass& pass, const ImageTile& out) const {
     const ImageNode& in = input(0);
     const AffineTransform& t = _transform;
@@ -72,6 +80,12 @@ void TransformNode::render(RenderPass& pass, const ImageTile& out) const {
         renderFromBitmap(*bitmap, bounds, out);
         return;
     }
+    if (const auto* crop = dynamic_cast<const CropNode*>(&in); crop && _interpolation == Interpolation::Linear) {
+        if (const auto color = crop->input(0).constantColor()) {
+            renderFromColorRect(*color, crop->pixelBounds(), out);
+            return;
+        }
+    }
     // One pixel of transparent margin around the input keeps every sample inside the view.
     const PixelRect viewRect = roi.intersection(in.pixelBounds().outsetBy(1, 1));
     if (viewRect.width < 2 || viewRect.height < 2) {
@@ -83,6 +97,17 @@ void TransformNode::render(RenderPass& pass, const ImageTile& out) const {
     renderFromTile(view.tile(), out);
 }
 
+std::vector<std::pair<double, double>> TransformNode::sampleOffsets() const {
+    std::vector<std::pair<double, double>> offsets;
+    for (int sy = 0; sy < _samples; ++sy)
+        for (int sx = 0; sx < _samples; ++sx) {
+            const double ox = (sx + 0.5) / _samples - 0.5;
+            const double oy = (sy + 0.5) / _samples - 0.5;
+            offsets.emplace_back(_inverse.m11 * ox + _inverse.m21 * oy, _inverse.m12 * ox + _inverse.m22 * oy);
+        }
+    return offsets;
+}
+
 template <typename Sample>
 void TransformNode::resample(const ImageTile& out, Point origin, const Sample& sample) const {
     // sample(u, v) reads the input at (u, v) counted from `origin` in pixels, pixel centres on
@@ -90,12 +115,7 @@ void TransformNode::resample(const ImageTile& out, Point origin, const Sample& s
     const float du = float(_inverse.m11);
     const float dv = float(_inverse.m12);
     std::vector<std::pair<float, float>> offsets;
-    for (int sy = 0; sy < _samples; ++sy)
-        for (int sx = 0; sx < _samples; ++sx) {
-            const double ox = (sx + 0.5) / _samples - 0.5;
-            const double oy = (sy + 0.5) / _samples - 0.5;
-            offsets.emplace_back(float(_inverse.m11 * ox + _inverse.m21 * oy), float(_inverse.m12 * ox + _inverse.m22 * oy));
-        }
+    for (const auto& [ou, ov] : sampleOffsets()) offsets.emplace_back(float(ou), float(ov));
     const float norm = 1.f / float(offsets.size());
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
         const Point p = _inverse.transformPoint({out.rect.x + 0.5, y + 0.5});
@@ -158,13 +178,7 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
     const int64_t du = std::llround(_inverse.m11 * 65536);
     const int64_t dv = std::llround(_inverse.m12 * 65536);
     std::vector<std::pair<int64_t, int64_t>> offsets;
-    for (int sy = 0; sy < _samples; ++sy)
-        for (int sx = 0; sx < _samples; ++sx) {
-            const double ox = (sx + 0.5) / _samples - 0.5;
-            const double oy = (sy + 0.5) / _samples - 0.5;
-            offsets.emplace_back(std::llround((_inverse.m11 * ox + _inverse.m21 * oy) * 65536),
-                                 std::llround((_inverse.m12 * ox + _inverse.m22 * oy) * 65536));
-        }
+    for (const auto& [ou, ov] : sampleOffsets()) offsets.emplace_back(std::llround(ou * 65536), std::llround(ov * 65536));
     const float scale = kByteToFloat / float(offsets.size());
     // Samples reach this far (in pixels) from a pixel's mapped centre; beyond it and one more
     // pixel around the bounds, a pixel is transparent.
@@ -210,6 +224,33 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
             for (int i = 0; i < 4 * count; ++i) sum[i] += samples[i];
         }
         for (int i = 0; i < 4 * count; ++i) sum[i] *= scale;
+    }
+}
+
+void TransformNode::renderFromColorRect(Float4 color, const PixelRect& bounds, const ImageTile& out) const {
+    // Bilinear sampling of a rectangle of whole pixels is separable: along each axis the weight
+    // ramps up over the pixel before the first column and down over the one after the last.
+    auto ramp = [](Float4 t, float first, float end) {
+        return minFloat4(splat(1.f), maxFloat4(splat(0.f), minFloat4(t - splat(first - 1), splat(end) - t)));
+    };
+    const auto offsets = sampleOffsets();
+    const float norm = 1.f / float(offsets.size());
+    const Float4 du = splat(float(_inverse.m11)), dv = splat(float(_inverse.m12));
+    const Float4 lanes{0, 1, 2, 3};
+    for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
+        const Point p = _inverse.transformPoint({out.rect.x + 0.5, y + 0.5});
+        float* dst = out.row(y);
+        for (int i = 0; i < out.rect.width; i += 4) {
+            const Float4 step = splat(float(i)) + lanes;
+            Float4 coverage = splat(0.f);
+            for (const auto& [ou, ov] : offsets) {
+                const Float4 u = splat(float(p.x - 0.5 + ou)) + step * du;
+                const Float4 v = splat(float(p.y - 0.5 + ov)) + step * dv;
+                coverage += ramp(u, float(bounds.x), float(bounds.maxX())) * ramp(v, float(bounds.y), float(bounds.maxY()));
+            }
+            coverage *= norm;
+            for (int k = 0; k < 4 && i + k < out.rect.width; ++k) storeFloat4(dst + 4 * (i + k), color * coverage[k]);
+        }
     }
 }
 

@@ -39,6 +39,24 @@ Image withStages(const Image& image, const ColorStages& stages) {
     return Image(std::make_shared<ColorNode>(image, stages));
 }
 
+// `color` wherever `image` is opaque, for crops and transforms of a bitmap without transparent
+// pixels: the same chain over `color` cut to the bitmap's rectangle, which renders without reading
+// the bitmap. Nothing for other images.
+std::optional<Image> opaqueSilhouette(const Image& image, const Image& color) {
+    if (const auto* bitmap = nodeAs<BitmapNode>(image))
+        return bitmap->bitmap().isOpaque() ? std::optional(color.cropped(image.extent())) : std::nullopt;
+    if (const auto* crop = nodeAs<CropNode>(image)) {
+        const auto inner = opaqueSilhouette(crop->inputs()[0], color);
+        return inner ? std::optional(inner->cropped(image.extent())) : std::nullopt;
+    }
+    if (const auto* transform = nodeAs<TransformNode>(image)) {
+        const auto inner = opaqueSilhouette(transform->inputs()[0], color);
+        if (!inner) return std::nullopt;
+        return Image(std::make_shared<TransformNode>(*inner, transform->transform(), transform->interpolation(), image.extent()));
+    }
+    return std::nullopt;
+}
+
 }  // namespace
 
 Image Image::imageWithBitmap(std::shared_ptr<const Bitmap> bitmap) {
@@ -151,6 +169,8 @@ Image sourceOver(const Image& foreground, const Image& background) {
 Image sourceIn(const Image& foreground, const Image& background) {
     if (foreground.isNull() || background.isNull()) return {};
     if (foreground.extent().intersection(background.extent()).isEmpty()) return Image::emptyImage();
+    if (foreground.node()->constantColor())
+        if (auto silhouette = opaqueSilhouette(background, foreground)) return *silhouette;
     return Image(std::make_shared<SourceInNode>(foreground, background));
 }
 

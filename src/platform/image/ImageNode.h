@@ -53,6 +53,8 @@ public:
     virtual const Bitmap* directBitmap(PixelRect& bounds) const { return nullptr; }
     // The colour of a node that is one colour everywhere.
     virtual std::optional<Float4> constantColor() const { return std::nullopt; }
+    // True when every pixel of `rect` is known to be opaque without rendering it.
+    virtual bool isOpaqueOver(const PixelRect& rect) const { return false; }
 
 private:
     Rect _extent;

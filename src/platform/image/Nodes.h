@@ -21,6 +21,8 @@ public:
     explicit BitmapNode(std::shared_ptr<const Bitmap> bitmap);
     void render(RenderPass& pass, const ImageTile& out) const override;
     const Bitmap* directBitmap(PixelRect& bounds) const override;
+    bool isOpaqueOver(const PixelRect& rect) const override;
+    const Bitmap& bitmap() const { return *_bitmap; }
 
 private:
     std::shared_ptr<const Bitmap> _bitmap;
@@ -31,6 +33,7 @@ public:
     explicit ConstantColorNode(Float4 premultiplied);
     void render(RenderPass& pass, const ImageTile& out) const override;
     std::optional<Float4> constantColor() const override { return _color; }
+    bool isOpaqueOver(const PixelRect&) const override { return _color[3] >= 1.f; }
 
 private:
     Float4 _color;
@@ -48,6 +51,7 @@ public:
     CropNode(const Image& input, const Rect& extent);
     void render(RenderPass& pass, const ImageTile& out) const override;
     const Bitmap* directBitmap(PixelRect& bounds) const override;
+    bool isOpaqueOver(const PixelRect& rect) const override;
 };
 
 class TransformNode final : public ImageNode {
@@ -58,6 +62,7 @@ public:
                   const Rect& extent);
     PixelRect regionOfInterest(size_t index, const PixelRect& rect) const override;
     void render(RenderPass& pass, const ImageTile& out) const override;
+    bool isOpaqueOver(const PixelRect& rect) const override;
 
     const AffineTransform& transform() const { return _transform; }
     Interpolation interpolation() const { return _interpolation; }
@@ -67,10 +72,14 @@ public:
     static int samplesPerAxis(const AffineTransform& inverse);
 
 private:
+    // Where each of a pixel's samples lies from its centre, in input pixels.
+    std::vector<std::pair<double, double>> sampleOffsets() const;
     template <typename Sample>
     void resample(const ImageTile& out, Point origin, const Sample& sample) const;
     void renderFromBitmap(const Bitmap& bitmap, const PixelRect& bounds, const ImageTile& out) const;
     void renderFromTile(const ConstImageTile& in, const ImageTile& out) const;
+    // The input is `color` over the whole pixels of `bounds` and transparent elsewhere.
+    void renderFromColorRect(Float4 color, const PixelRect& bounds, const ImageTile& out) const;
 
     AffineTransform _transform;
     AffineTransform _inverse;
@@ -93,6 +102,7 @@ class SourceOverNode final : public ImageNode {
 public:
     SourceOverNode(const Image& foreground, const Image& background);
     void render(RenderPass& pass, const ImageTile& out) const override;
+    bool isOpaqueOver(const PixelRect& rect) const override;
 };
 
 class SourceInNode final : public ImageNode {

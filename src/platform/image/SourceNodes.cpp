@@ -19,6 +19,10 @@ const Bitmap* BitmapNode::directBitmap(PixelRect& bounds) const {
     return _bitmap.get();
 }
 
+bool BitmapNode::isOpaqueOver(const PixelRect& rect) const {
+    return pixelBounds().contains(rect) && _bitmap->isOpaque();
+}
+
 ConstantColorNode::ConstantColorNode(Float4 premultiplied)
     : ImageNode(Image::infiniteExtent(), {}), _color(premultiplied) {}
 

@@ -119,6 +119,66 @@ TEST(ImageCompositingTest, SourceInKeepsTheForegroundWhereTheBackgroundIs) {
     for (size_t c = 0; c < 4; ++c) EXPECT_NEAR(scaled.at(1, 0)[c], original[c] * 100 / 255, kExact);
 }
 
+TEST(ImageCompositingTest, SilhouettesOfOpaquePicturesFollowTheirTurnedAndShrunkEdges) {
+    // A picture without transparent pixels gives its silhouette from its rectangle alone; the same
+    // picture with a transparent hole is read pixel by pixel. Away from the hole the two agree,
+    // turned and scaled by more or less than half; at the hole only the second is see-through.
+    const auto opaque = patternBitmap(48, 36);
+    const auto holed = makeBitmap(48, 36, [](int x, int row) {
+        return x == 30 && row == 10 ? std::array<uint8_t, 4>{0, 0, 0, 0} : std::array<uint8_t, 4>{90, 60, 30, 255};
+    });
+    const Image shade = Image::imageWithColor(Color{0.2, 0.1, 0, 0.6});
+    const Rect crop{3, 2, 40, 30};
+    for (const auto& [degrees, scale] : {std::pair{10.0, 0.8}, std::pair{30.0, 0.3}, std::pair{-75.0, 1.7}}) {
+        AffineTransform t;
+        t.translateXBy(20, 15);
+        t.rotateByDegrees(degrees);
+        t.scaleBy(scale);
+        const Image fromRectangle = sourceIn(shade, Image::imageWithBitmap(opaque).cropped(crop).transformed(t));
+        const Image fromPixels = sourceIn(shade, Image::imageWithBitmap(holed).cropped(crop).transformed(t));
+        ASSERT_EQ(fromRectangle.extent(), fromPixels.extent());
+        const PixelRect area = PixelRect::enclosing(fromPixels.extent()).outsetBy(2, 2);
+        const RenderedPixels a = renderPixels(fromRectangle, area, 16);
+        const RenderedPixels b = renderPixels(fromPixels, area, 16);
+        // The hole's centre (column 30, 10 rows down from the top of 36) after the transform.
+        const Point hole = t.transformPoint({30.5, 36 - 10.5});
+        const double reach = 2 + 2 / scale;
+        float holeAlpha = 1;
+        for (int y = area.y; y < area.maxY(); ++y)
+            for (int x = area.x; x < area.maxX(); ++x) {
+                if (std::hypot(x + 0.5 - hole.x, y + 0.5 - hole.y) < reach) {
+                    holeAlpha = std::min(holeAlpha, b.at(x, y)[3] / 0.6f);
+                    continue;
+                }
+                for (size_t c = 0; c < 4; ++c)
+                    ASSERT_NEAR(a.at(x, y)[c], b.at(x, y)[c], kByteStep) << degrees << " degrees at " << x << ", " << y;
+            }
+        if (scale > 0.5) EXPECT_LT(holeAlpha, 0.8f) << degrees << " degrees";
+    }
+}
+
+TEST(ImageCompositingTest, OpaqueTurnedPicturesHideTheBackgroundOnlyWhereTheyCoverIt) {
+    // Small tiles lie inside the turned picture, across its edges and outside it; everywhere the
+    // composite is the foreground plus the background under what the foreground leaves.
+    AffineTransform t;
+    t.translateXBy(30, 4);
+    t.rotateByDegrees(20);
+    t.scaleBy(0.9);
+    const Image front = Image::imageWithBitmap(patternBitmap(50, 40)).transformed(t);
+    const Image back = colorSquare(Color{1, 0, 0, 1}, Rect{0, 0, 80, 70});
+    const PixelRect area{0, 0, 80, 70};
+    const RenderedPixels over = renderPixels(sourceOver(front, back), area, 16);
+    const RenderedPixels f = renderPixels(front, area);
+    int edgePixels = 0;
+    for (int y = 0; y < area.height; ++y)
+        for (int x = 0; x < area.width; ++x) {
+            const Pixel p = f.at(x, y);
+            edgePixels += p[3] > 0 && p[3] < 1;
+            expectPixelNear(over.at(x, y), {p[0] + 1 - p[3], p[1], p[2], 1}, kExact);
+        }
+    EXPECT_GT(edgePixels, 100);
+}
+
 TEST(ImageColorTest, ColorMatrixWorksOnTheStraightColour) {
     ColorMatrix m;
     m.r = {0, 1, 0, 0};
