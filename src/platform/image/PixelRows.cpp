@@ -201,14 +201,22 @@ QM_ROW_KERNEL void yuvRows(const float* upper, const float* lower, int width, ui
                       __builtin_shufflevector(rg0, rg1, 4, 5, 6, 7, 12, 13, 14, 15),
                       __builtin_shufflevector(b0, b1, 0, 1, 2, 3, 8, 9, 10, 11)};
     };
-    using Int8 = int32_t __attribute__((vector_size(32)));
-    using Bytes8 = uint8_t __attribute__((vector_size(8)));
     const Float8 lowest{}, highest = lowest + 255.f;
     auto storeBytes = [&](uint8_t* dst, Float8 f) {
         f = f < lowest ? lowest : f;
         f = f > highest ? highest : f;
-        const Bytes8 bytes = __builtin_convertvector(__builtin_convertvector(f + 0.5f, Int8), Bytes8);
+        f += 0.5f;
+#if defined(__SSE2__)
+        // Packing with saturation is exact on values already within 0..255.
+        const Float4 low = __builtin_shufflevector(f, f, 0, 1, 2, 3), high = __builtin_shufflevector(f, f, 4, 5, 6, 7);
+        const __m128i words = _mm_packs_epi32(_mm_cvttps_epi32(__m128(low)), _mm_cvttps_epi32(__m128(high)));
+        _mm_storel_epi64(reinterpret_cast<__m128i*>(dst), _mm_packus_epi16(words, words));
+#else
+        using Int8 = int32_t __attribute__((vector_size(32)));
+        using Bytes8 = uint8_t __attribute__((vector_size(8)));
+        const Bytes8 bytes = __builtin_convertvector(__builtin_convertvector(f, Int8), Bytes8);
         std::memcpy(dst, &bytes, sizeof bytes);
+#endif
     };
     auto storeLuma = [&](uint8_t* dst, const Planes& p) {
         storeBytes(dst, 16.f + p.r * weights[0] + p.g * weights[1] + p.b * weights[2]);
