@@ -9,12 +9,6 @@
 #include <immintrin.h>
 #endif
 
-#if defined(__x86_64__) && !defined(__clang__)
-#define QM_ROW_KERNEL __attribute__((target_clones("avx2", "default")))
-#else
-#define QM_ROW_KERNEL
-#endif
-
 // The two-pixel helpers below pass 32-byte vectors by value; they are internal and inlined, so the
 // note that such values travel differently with and without AVX does not concern them.
 #pragma GCC diagnostic ignored "-Wpsabi"
@@ -42,15 +36,15 @@ inline Float8 alpha(Float8 p) { return __builtin_shufflevector(p, p, 3, 3, 3, 3,
 
 }  // namespace
 
-QM_ROW_KERNEL void bytesToFloatRow(const uint8_t* src, float* dst, int count, float scale) {
+QM_AVX2_CLONES void bytesToFloatRow(const uint8_t* src, float* dst, int count, float scale) {
     for (int i = 0; i < 4 * count; ++i) dst[i] = float(src[i]) * scale;
 }
 
-QM_ROW_KERNEL void scaleRow(float* values, int count, float factor) {
+QM_AVX2_CLONES void scaleRow(float* values, int count, float factor) {
     for (int i = 0; i < count; ++i) values[i] *= factor;
 }
 
-QM_ROW_KERNEL void compositeUnder(float* front, const float* back, int count) {
+QM_AVX2_CLONES void compositeUnder(float* front, const float* back, int count) {
     int i = 0;
     for (; i + 2 <= count; i += 2) {
         const Float8 f = load8(front + 4 * i);
@@ -62,7 +56,7 @@ QM_ROW_KERNEL void compositeUnder(float* front, const float* back, int count) {
     }
 }
 
-QM_ROW_KERNEL void compositeUnderColor(float* front, Float4 back, int count) {
+QM_AVX2_CLONES void compositeUnderColor(float* front, Float4 back, int count) {
     const Float8 b = twice(back);
     int i = 0;
     for (; i + 2 <= count; i += 2) {
@@ -75,20 +69,20 @@ QM_ROW_KERNEL void compositeUnderColor(float* front, Float4 back, int count) {
     }
 }
 
-QM_ROW_KERNEL void colorTimesAlpha(float* pixels, Float4 color, int count) {
+QM_AVX2_CLONES void colorTimesAlpha(float* pixels, Float4 color, int count) {
     const Float8 c = twice(color);
     int i = 0;
     for (; i + 2 <= count; i += 2) store8(pixels + 4 * i, c * alpha(load8(pixels + 4 * i)));
     if (i < count) storeFloat4(pixels + 4 * i, color * pixels[4 * i + 3]);
 }
 
-QM_ROW_KERNEL void sourceTimesAlpha(float* pixels, const float* source, int count) {
+QM_AVX2_CLONES void sourceTimesAlpha(float* pixels, const float* source, int count) {
     int i = 0;
     for (; i + 2 <= count; i += 2) store8(pixels + 4 * i, load8(source + 4 * i) * alpha(load8(pixels + 4 * i)));
     if (i < count) storeFloat4(pixels + 4 * i, loadFloat4(source + 4 * i) * pixels[4 * i + 3]);
 }
 
-QM_ROW_KERNEL void linearColor(float* pixels, int count, const std::array<Float4, 4>& columns) {
+QM_AVX2_CLONES void linearColor(float* pixels, int count, const std::array<Float4, 4>& columns) {
     const Float8 c0 = twice(columns[0]);
     const Float8 c1 = twice(columns[1]);
     const Float8 c2 = twice(columns[2]);
@@ -104,18 +98,18 @@ QM_ROW_KERNEL void linearColor(float* pixels, int count, const std::array<Float4
     }
 }
 
-QM_ROW_KERNEL bool allOpaque(const float* pixels, int count) {
+QM_AVX2_CLONES bool allOpaque(const float* pixels, int count) {
     // Every lane tests its own channel; only alpha's lane counts.
     Int4 opaque = ~Int4{};
     for (int i = 0; i < count; ++i) opaque &= loadFloat4(pixels + 4 * i) >= splat(1.f);
     return opaque[3] != 0;
 }
 
-QM_ROW_KERNEL void mixRows(const float* a, const float* b, float t, float* out, int floats) {
+QM_AVX2_CLONES void mixRows(const float* a, const float* b, float t, float* out, int floats) {
     for (int i = 0; i < floats; ++i) out[i] = a[i] + (b[i] - a[i]) * t;
 }
 
-QM_ROW_KERNEL void enlargeRow(const float* source, int first, int factor, int x, float* out, int count) {
+QM_AVX2_CLONES void enlargeRow(const float* source, int first, int factor, int x, float* out, int count) {
     const float step = 1.f / float(factor);
     auto one = [&](int i) {
         const float u = (float(x + i) + 0.5f) * step - 0.5f;
@@ -148,7 +142,7 @@ QM_ROW_KERNEL void enlargeRow(const float* source, int first, int factor, int x,
     for (; i < count; ++i) one(i);
 }
 
-QM_ROW_KERNEL void convolveRow(const float* src, float* dst, int count, const float* weights, int taps) {
+QM_AVX2_CLONES void convolveRow(const float* src, float* dst, int count, const float* weights, int taps) {
     int i = 0;
     for (; i + 2 <= count; i += 2) {
         Float8 sum{};
@@ -164,7 +158,7 @@ QM_ROW_KERNEL void convolveRow(const float* src, float* dst, int count, const fl
     }
 }
 
-QM_ROW_KERNEL void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps) {
+QM_AVX2_CLONES void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps) {
     std::fill(dst, dst + floats, 0.f);
     for (int t = 0; t < taps; ++t) {
         const float w = weights[t];
@@ -173,7 +167,7 @@ QM_ROW_KERNEL void convolveRows(const float* const* rows, float* dst, int floats
     }
 }
 
-QM_ROW_KERNEL void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u,
+QM_AVX2_CLONES void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u,
                            uint8_t* v) {
     // Y = 16 + 219 * luma; U, V = 128 + 224 * (B or R - luma) / (1.8556 or 1.5748).
     constexpr float kR = 0.2126f, kG = 0.7152f, kB = 0.0722f;

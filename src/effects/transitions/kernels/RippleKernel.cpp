@@ -121,6 +121,61 @@ private:
     SphereShading _sphere;
 };
 
+// The wave's shape in one render.
+struct WaveShape {
+    float cx0, cy0;                // centre
+    float front, inverseWidth;    // radius of the front, and 1 / the wave's width
+    float halfScale, slope;       // displacement and tilt of the surface at the crest
+    float minX, maxX, minY, maxY;  // where displaced reads may go
+};
+
+// The wave over pixels [begin, end) of `row` (row y, starting at pixel x0), its geometry four
+// pixels at a time.
+QM_AVX2_CLONES void waveRun(const WaveShape& shape, float* row, int x0, int y, int begin, int end, const ConstImageTile& fromTile,
+             const ConstImageTile& toTile, const Light* light) {
+    const auto [cx0, cy0, front, inverseWidth, halfScale, slope, minX, maxX, minY, maxY] = shape;
+    const float cy = float(y) + 0.5f;
+    const float vy = cy - cy0;
+    for (int x = begin; x < end; x += 4) {
+        const Float4 cx = Float4{float(x), float(x + 1), float(x + 2), float(x + 3)} + 0.5f;
+        const Float4 vx = cx - cx0;
+        const Float4 d = sqrtFloat4(vx * vx + vy * vy);
+        const Float4 phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
+        const Int4 away = d > 0.0f;
+        const Float4 inverseD = away ? 1.0f / (away ? d : splat(1.0f)) : splat(0.0f);
+        const Float4 ux = away ? vx * inverseD : splat(1.0f);
+        const Float4 uy = vy * inverseD;
+        const Float4 wave = sinOfTurns4(phase);
+        const Float4 shift = halfScale * wave;
+        const Float4 sx = clampFloat4(cx - ux * shift, splat(minX), splat(maxX));
+        const Float4 sy = clampFloat4(cy - uy * shift, splat(minY), splat(maxY));
+        const Float4 blend = smooth4(phase);
+        const Samples4 pictures(sx, sy);
+        const Samples4 lights = light ? light->points(ux * slope * wave, uy * slope * wave) : pictures;
+        const int picturesInside = pictures.inside(fromTile) & pictures.inside(toTile);
+        const int lightsInside = light ? light->inside(lights) : 0;
+        float* pixel = row + 4 * (x - x0);
+        if (picturesInside == 15 && lightsInside == 15 && end - x >= 4) {
+            // The common case, with no bounds to mind.
+            for (int lane = 0; lane < 4; ++lane, pixel += 4) {
+                const Float4 value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+                storeFloat4(pixel, light->apply(value, lights, lane, 15));
+            }
+            continue;
+        }
+        for (int lane = 0; lane < std::min(4, end - x); ++lane, pixel += 4) {
+            Float4 value;
+            if ((picturesInside >> lane) & 1)
+                value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+            else
+                value = mix(fromTile.sample(sx[lane], sy[lane]), toTile.sample(sx[lane], sy[lane]),
+                            blend[lane]);
+            if (light) value = light->apply(value, lights, lane, lightsInside);
+            storeFloat4(pixel, value);
+        }
+    }
+}
+
 }  // namespace
 
 Image rippleTransition(const Image& from, const Image& to, double time, const RippleTransitionParameters& parameters) {
@@ -149,6 +204,8 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
     const float maxY = std::max(float(parameters.extent.maxY()) - 0.5f, minY);
     const bool hasShading = bool(parameters.shadingImage);
     const Rect shadingExtent = parameters.shadingImage.extent();
+
+    const WaveShape shape{cx0, cy0, front, inverseWidth, halfScale, slope, minX, maxX, minY, maxY};
 
     auto kernel = transitionKernel("ripple");
     // Outside the wave each pixel copies one picture; inside it and on the shading, samples read
@@ -211,49 +268,8 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
             copyRow(fromTile, y, x0, waveStart, row);
             copyRow(fromTile, y, waveEnd, x1, row + 4 * (waveEnd - x0));
             copyRow(toTile, y, wakeStart, wakeEnd, row + 4 * (wakeStart - x0));
-            // The wave over pixels [begin, end), its geometry four pixels at a time.
-            const auto wave = [&](int begin, int end) {
-                for (int x = begin; x < end; x += 4) {
-                    const Float4 cx = Float4{float(x), float(x + 1), float(x + 2), float(x + 3)} + 0.5f;
-                    const Float4 vx = cx - cx0;
-                    const Float4 d = sqrtFloat4(vx * vx + vy * vy);
-                    const Float4 phase = (front - d) * inverseWidth;  // 0 at the front, 1 at the back
-                    const Int4 away = d > 0.0f;
-                    const Float4 inverseD = away ? 1.0f / (away ? d : splat(1.0f)) : splat(0.0f);
-                    const Float4 ux = away ? vx * inverseD : splat(1.0f);
-                    const Float4 uy = vy * inverseD;
-                    const Float4 wave = sinOfTurns4(phase);
-                    const Float4 shift = halfScale * wave;
-                    const Float4 sx = clampFloat4(cx - ux * shift, splat(minX), splat(maxX));
-                    const Float4 sy = clampFloat4(cy - uy * shift, splat(minY), splat(maxY));
-                    const Float4 blend = smooth4(phase);
-                    const Samples4 pictures(sx, sy);
-                    const Samples4 lights = light ? light->points(ux * slope * wave, uy * slope * wave) : pictures;
-                    const int picturesInside = pictures.inside(fromTile) & pictures.inside(toTile);
-                    const int lightsInside = light ? light->inside(lights) : 0;
-                    float* pixel = row + 4 * (x - x0);
-                    if (picturesInside == 15 && lightsInside == 15 && end - x >= 4) {
-                        // The common case, with no bounds to mind.
-                        for (int lane = 0; lane < 4; ++lane, pixel += 4) {
-                            const Float4 value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
-                            storeFloat4(pixel, light->apply(value, lights, lane, 15));
-                        }
-                        continue;
-                    }
-                    for (int lane = 0; lane < std::min(4, end - x); ++lane, pixel += 4) {
-                        Float4 value;
-                        if ((picturesInside >> lane) & 1)
-                            value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
-                        else
-                            value = mix(fromTile.sample(sx[lane], sy[lane]), toTile.sample(sx[lane], sy[lane]),
-                                        blend[lane]);
-                        if (light) value = light->apply(value, lights, lane, lightsInside);
-                        storeFloat4(pixel, value);
-                    }
-                }
-            };
-            wave(waveStart, wakeStart);
-            wave(wakeEnd, waveEnd);
+            waveRun(shape, row, x0, y, waveStart, wakeStart, fromTile, toTile, light ? &*light : nullptr);
+            waveRun(shape, row, x0, y, wakeEnd, waveEnd, fromTile, toTile, light ? &*light : nullptr);
         }
     };
     std::vector<Image> inputs{from, to};
