@@ -111,7 +111,12 @@ std::shared_ptr<const Bitmap> Bitmap::createWithPixels(int width, int height, st
 }
 
 std::shared_ptr<const Bitmap> Bitmap::createWithData(std::span<const uint8_t> bytes) {
-    if (isJPEG(bytes)) return decodeJPEG(bytes);
+    if (isJPEG(bytes)) {
+        // JPEG has no alpha: every pixel decodes opaque.
+        auto bitmap = decodeJPEG(bytes);
+        if (bitmap) bitmap->_opacity.store(Opacity::Opaque, std::memory_order_relaxed);
+        return bitmap;
+    }
     if (isPNG(bytes)) return decodePNG(bytes);
     return nullptr;
 }

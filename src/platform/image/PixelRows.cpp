@@ -354,7 +354,8 @@ __attribute__((target("avx2"))) inline void samplePair(const uint8_t* p, const u
 }
 
 // The general row of sampleBitmapRow with AVX2, four pixels at a time through the same integer
-// steps as bilinearBytes: positions and weights in vector lanes, then two pairs of pixels. Pixels whose squares reach beyond the bounds are sampled one by one.
+// steps as bilinearBytes: positions and weights in vector lanes, then two pairs of pixels. Pixels
+// whose squares reach beyond the bounds are sampled one by one.
 __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du,
                                                    int64_t dv, float scale, float* out, int count) {
     const auto [first, last] = insideRun(bitmap, u, v, du, dv, count);
@@ -386,6 +387,7 @@ __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int
             alignas(16) int32_t xs[4], ys[4];
             _mm_store_si128(reinterpret_cast<__m128i*>(xs), _mm_srai_epi32(ru, 7));
             _mm_store_si128(reinterpret_cast<__m128i*>(ys), _mm_srai_epi32(rv, 7));
+            // Each weight twice in its 32-bit lane, to be spread over the 16-bit lanes of its pixel.
             const __m256i wx = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(ru, fraction), twice));
             const __m256i wy = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(rv, fraction), twice));
             const uint8_t* p[4];
