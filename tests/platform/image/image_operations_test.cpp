@@ -153,7 +153,10 @@ TEST(ImageCompositingTest, SilhouettesOfOpaquePicturesFollowTheirTurnedAndShrunk
                 for (size_t c = 0; c < 4; ++c)
                     ASSERT_NEAR(a.at(x, y)[c], b.at(x, y)[c], kByteStep) << degrees << " degrees at " << x << ", " << y;
             }
-        if (scale > 0.5) EXPECT_LT(holeAlpha, 0.8f) << degrees << " degrees";
+        // Shrunk to 0.3, the one-pixel hole is averaged with its neighbours and barely shows.
+        if (scale > 0.5) {
+            EXPECT_LT(holeAlpha, 0.8f) << degrees << " degrees";
+        }
     }
 }
 
