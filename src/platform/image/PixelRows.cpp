@@ -353,6 +353,29 @@ __attribute__((target("avx2"))) inline void samplePair(const uint8_t* p, const u
     _mm256_storeu_ps(dst, _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), factor));
 }
 
+// Four bilinear samples whose lower left source pixels are at p[0..3], the weights of each in the
+// 32-bit lanes of wx and wy.
+__attribute__((target("avx2"))) inline void sampleFour(const uint8_t* const p[4], std::ptrdiff_t stride, __m128i wx,
+                                                       __m128i wy, __m256 factor, float* dst) {
+    // Each weight twice in its 32-bit lane, then over the eight 16-bit lanes of its pixel.
+    const __m128i twice = _mm_set1_epi32(0x10001);
+    const __m256i x = _mm256_castsi128_si256(_mm_mullo_epi32(wx, twice));
+    const __m256i y = _mm256_castsi128_si256(_mm_mullo_epi32(wy, twice));
+    const __m256i firstPair = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
+    const __m256i secondPair = _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3);
+    samplePair(p[0], p[1], stride, _mm256_permutevar8x32_epi32(x, firstPair), _mm256_permutevar8x32_epi32(y, firstPair),
+               factor, dst);
+    samplePair(p[2], p[3], stride, _mm256_permutevar8x32_epi32(x, secondPair),
+               _mm256_permutevar8x32_epi32(y, secondPair), factor, dst + 8);
+}
+
+__attribute__((target("avx2"))) void bilinearBytes4AVX2(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets,
+                                                        Int4 wx, Int4 wy, float scale, float* out) {
+    const uint8_t* p[4];
+    for (int k = 0; k < 4; ++k) p[k] = origin + offsets[k];
+    sampleFour(p, -up, __m128i(wx), __m128i(wy), _mm256_set1_ps(scale), out);
+}
+
 // The general row of sampleBitmapRow with AVX2, four pixels at a time through the same integer
 // steps as bilinearBytes: positions and weights in vector lanes, then two pairs of pixels. Pixels
 // whose squares reach beyond the bounds are sampled one by one.
@@ -375,9 +398,6 @@ __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int
         const __m128i dv4 = _mm_mullo_epi32(_mm_set1_epi32(int(dv)), steps);
         const __m128i round = _mm_set1_epi32(256);
         const __m128i fraction = _mm_set1_epi32(127);
-        const __m128i twice = _mm_set1_epi32(0x10001);
-        const __m256i firstPair = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
-        const __m256i secondPair = _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3);
         const __m256 factor = _mm256_set1_ps(scale);
         for (; i + 4 <= last; i += 4) {
             const __m128i pu = _mm_add_epi32(_mm_set1_epi32(int(u + i * du - int64_t(b.x) * 65536)), du4);
@@ -387,16 +407,10 @@ __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int
             alignas(16) int32_t xs[4], ys[4];
             _mm_store_si128(reinterpret_cast<__m128i*>(xs), _mm_srai_epi32(ru, 7));
             _mm_store_si128(reinterpret_cast<__m128i*>(ys), _mm_srai_epi32(rv, 7));
-            // Each weight twice in its 32-bit lane, to be spread over the 16-bit lanes of its pixel.
-            const __m256i wx = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(ru, fraction), twice));
-            const __m256i wy = _mm256_castsi128_si256(_mm_mullo_epi32(_mm_and_si128(rv, fraction), twice));
             const uint8_t* p[4];
             for (int k = 0; k < 4; ++k) p[k] = corner - std::ptrdiff_t(ys[k]) * stride + std::ptrdiff_t(xs[k]) * 4;
             _mm_prefetch(reinterpret_cast<const char*>(p[0] + readAhead), _MM_HINT_T0);
-            samplePair(p[0], p[1], stride, _mm256_permutevar8x32_epi32(wx, firstPair),
-                       _mm256_permutevar8x32_epi32(wy, firstPair), factor, out + 4 * i);
-            samplePair(p[2], p[3], stride, _mm256_permutevar8x32_epi32(wx, secondPair),
-                       _mm256_permutevar8x32_epi32(wy, secondPair), factor, out + 4 * i + 8);
+            sampleFour(p, stride, _mm_and_si128(ru, fraction), _mm_and_si128(rv, fraction), factor, out + 4 * i);
         }
     }
     for (; i < count; ++i) storeFloat4(out + 4 * i, bitmap.sample(u + i * du, v + i * dv) * scale);
@@ -441,6 +455,20 @@ void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
     if (hasAVX2) i = premultipliedToBytesAVX2(src, dst, count);
 #endif
     floatsToBytes(src + 4 * i, dst + 4 * i, count - i, false, false);
+}
+
+void bilinearBytes4(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets, Int4 wx, Int4 wy, float scale, float* out) {
+#if defined(__x86_64__)
+    static const bool hasAVX2 = __builtin_cpu_supports("avx2");
+    if (hasAVX2) {
+        bilinearBytes4AVX2(origin, up, offsets, wx, wy, scale, out);
+        return;
+    }
+#endif
+    for (int k = 0; k < 4; ++k) {
+        const uint8_t* p = origin + offsets[k];
+        storeFloat4(out + 4 * k, bilinearBytes(p, p + up, wx[k], wy[k]) * scale);
+    }
 }
 
 void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale, float* out,

@@ -82,6 +82,10 @@ struct BitmapView {
     }
 };
 
+// Four bilinear samples of RGBA8 bytes into out[0..15]: sample k is
+// scale * bilinearBytes(p, p + up, wx[k], wy[k]) with p = origin + offsets[k].
+void bilinearBytes4(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets, Int4 wx, Int4 wy, float scale, float* out);
+
 // out[i] = scale * bitmap.sample(u + i * du, v + i * dv) for `count` pixels.
 void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale, float* out,
                      int count);

@@ -77,6 +77,24 @@ TEST(PixelRowsTest, BoundsNarrowerThanTheBitmapCutTheSamples) {
     for (float value : row) EXPECT_EQ(value, 0.f);
 }
 
+TEST(PixelRowsTest, FourBilinearSamplesAtOnceMatchTheOneAtATimeSample) {
+    // Points spread over a picture, read with rows going up in memory and going down.
+    const auto bitmap = patternBitmap(40, 30);
+    const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
+    const Int4 x0{0, 17, 38, 5}, y0{0, 11, 28, 20}, wx{0, 127, 64, 3}, wy{5, 0, 128, 77};
+    for (const std::ptrdiff_t up : {stride, -stride}) {
+        const uint8_t* origin = up > 0 ? bitmap->data() : bitmap->data() + 29 * stride;
+        const Int4 offsets = y0 * int(up) + x0 * 4;
+        float four[16];
+        bilinearBytes4(origin, up, offsets, wx, wy, 0.5f, four);
+        for (int k = 0; k < 4; ++k) {
+            const uint8_t* p = origin + offsets[k];
+            const Float4 expected = bilinearBytes(p, p + up, wx[k], wy[k]) * 0.5f;
+            EXPECT_EQ(std::memcmp(four + 4 * k, &expected, sizeof expected), 0) << "point " << k << ", up " << up;
+        }
+    }
+}
+
 TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
     // Rows starting on and between group boundaries, left of zero, with and without a tail.
     std::vector<float> reduced(40 * 4);

@@ -112,6 +112,58 @@ inline Float4 sampleBilinear(const ConstImageTile& tile, float px, float py) {
     return blendInside(tile, x0, y0, u - float(x0), v - float(y0));
 }
 
+// Bilinear reads at four points (px, py), set up lane by lane as sampleBilinear and blendInside
+// set them up: the lower left pixel of each point and its weights across and up.
+struct Samples4 {
+    Float4 px;
+    Float4 py;
+    Int4 x0;
+    Int4 y0;
+    Float4 tx;
+    Float4 ty;
+    Int4 wx;  // tx in 1/128 steps, for byte tiles
+    Int4 wy;
+
+    Samples4(Float4 x, Float4 y) : px(x), py(y) {
+        const Float4 u = px - 0.5f;
+        const Float4 v = py - 0.5f;
+        const Float4 fx = floorFloat4(u);
+        const Float4 fy = floorFloat4(v);
+        x0 = __builtin_convertvector(fx, Int4);
+        y0 = __builtin_convertvector(fy, Int4);
+        tx = u - fx;
+        ty = v - fy;
+        wx = __builtin_convertvector(tx * 128.0f + 0.5f, Int4);
+        wy = __builtin_convertvector(ty * 128.0f + 0.5f, Int4);
+    }
+
+    // The lanes (bit i for lane i) whose four pixels `tile` holds.
+    int inside(const ConstImageTile& tile) const {
+        const PixelRect& r = tile.rect;
+        return laneBits((x0 >= r.x) & (y0 >= r.y) & (x0 < r.maxX() - 1) & (y0 < r.maxY() - 1));
+    }
+
+    // The blend of lane `lane`, which `tile` holds, as blendInside gives it.
+    Float4 blend(const ConstImageTile& tile, int lane) const {
+        if (tile.bytes) {
+            const uint8_t* p = tile.byteAt(x0[lane], y0[lane]);
+            return bilinearBytes(p, p + tile.byteStride, wx[lane], wy[lane]) * kByteToFloat;
+        }
+        return blendInside(tile, x0[lane], y0[lane], tx[lane], ty[lane]);
+    }
+
+    // blend() of all four lanes of a byte tile that holds them, into out[0..15].
+    void blendBytes(const ConstImageTile& tile, float* out) const {
+        const Int4 offsets = (y0 - tile.rect.y) * int(tile.byteStride) + (x0 - tile.rect.x) * 4;
+        bilinearBytes4(tile.bytes, tile.byteStride, offsets, wx, wy, kByteToFloat, out);
+    }
+
+    // The sample of `tile` at lane `lane`, as sampleBilinear gives it; `inside` is inside(tile).
+    Float4 read(const ConstImageTile& tile, int lane, int inside) const {
+        return (inside >> lane) & 1 ? blend(tile, lane) : tile.sample(px[lane], py[lane]);
+    }
+};
+
 // The least and greatest of dot(corner, (dx, dy)) over the corners of `rect`.
 struct Span {
     float min = 0;

@@ -37,6 +37,8 @@ struct CurlGeometry {
     // along() of four points on the row y, with the same steps.
     Float4 along4(Float4 x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
     bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
+    // onPage() of four points, as lane bits.
+    int onPage4(Float4 x, Float4 y) const { return laneBits((x > minX) & (x < maxX) & (y > minY) & (y < maxY)); }
     // Where the flat top part over the point at centre (cx, cy) has its page material: the
     // point's mirror image across u = L - pi r / 2.
     Point mirror(float cx, float cy) const {

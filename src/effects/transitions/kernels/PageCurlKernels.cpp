@@ -166,9 +166,18 @@ QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std:
                 const Float4 lowerShift = line - radius * angle - u;
                 const Float4 lx = cx + lowerShift * g.dx;
                 const Float4 ly = cy + lowerShift * g.dy;
+                // Where all four upper points lie on the page and inside a byte tile, they are read
+                // at once.
+                const Samples4 upper(ux, uy);
+                const int onPage = g.onPage4(ux, uy);
+                alignas(16) float upperRead[16];
+                const bool together = onPage == 15 && x1 - x >= 4 && back.isBytes() && upper.inside(back) == 15;
+                if (together) upper.blendBytes(back, upperRead);
                 for (int lane = 0; lane < std::min(4, x1 - x); ++lane) {
                     Float4 value = splat(0.0f);
-                    if (g.onPage(ux[lane], uy[lane]))
+                    if (together)
+                        value = shade(loadFloat4(upperRead + 4 * lane), -sine[lane], cosine[lane]);
+                    else if ((onPage >> lane) & 1)
                         value = shade(sampleBilinear(back, ux[lane], uy[lane]), -sine[lane], cosine[lane]);
                     if (value[3] < 1.0f) {
                         Float4 lower = splat(0.0f);

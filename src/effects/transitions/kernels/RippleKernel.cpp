@@ -39,65 +39,21 @@ inline void bilinearBytePair(const uint8_t* a, std::ptrdiff_t aUp, const uint8_t
 }
 #endif
 
-// Bilinear reads at four points (px, py), set up lane by lane as sampleBilinear and blendInside
-// set them up: the lower left pixel of each point and its weights across and up.
-struct Samples4 {
-    Float4 px;
-    Float4 py;
-    Int4 x0;
-    Int4 y0;
-    Float4 tx;
-    Float4 ty;
-    Int4 wx;  // tx in 1/128 steps, for byte tiles
-    Int4 wy;
-
-    Samples4(Float4 x, Float4 y) : px(x), py(y) {
-        const Float4 u = px - 0.5f;
-        const Float4 v = py - 0.5f;
-        const Float4 fx = floorFloat4(u);
-        const Float4 fy = floorFloat4(v);
-        x0 = __builtin_convertvector(fx, Int4);
-        y0 = __builtin_convertvector(fy, Int4);
-        tx = u - fx;
-        ty = v - fy;
-        wx = __builtin_convertvector(tx * 128.0f + 0.5f, Int4);
-        wy = __builtin_convertvector(ty * 128.0f + 0.5f, Int4);
-    }
-
-    // The lanes (bit i for lane i) whose four pixels `tile` holds.
-    int inside(const ConstImageTile& tile) const {
-        const PixelRect& r = tile.rect;
-        return laneBits((x0 >= r.x) & (y0 >= r.y) & (x0 < r.maxX() - 1) & (y0 < r.maxY() - 1));
-    }
-
-    // The blend of lane `lane`, which `tile` holds, as blendInside gives it.
-    Float4 blend(const ConstImageTile& tile, int lane) const {
-        if (tile.bytes) {
-            const uint8_t* p = tile.byteAt(x0[lane], y0[lane]);
-            return bilinearBytes(p, p + tile.byteStride, wx[lane], wy[lane]) * kByteToFloat;
-        }
-        return blendInside(tile, x0[lane], y0[lane], tx[lane], ty[lane]);
-    }
-
-    // mix(blend(a, lane), blend(b, lane), t).
-    Float4 mixBlends(const ConstImageTile& a, const ConstImageTile& b, int lane, float t) const {
+// mix(samples.blend(a, lane), samples.blend(b, lane), t), both tiles read at once where they are
+// bytes.
+inline Float4 mixBlends(const Samples4& samples, const ConstImageTile& a, const ConstImageTile& b, int lane, float t) {
 #if defined(__SSE2__)
-        if (a.bytes && b.bytes) {
-            Float4 first;
-            Float4 second;
-            bilinearBytePair(a.byteAt(x0[lane], y0[lane]), a.byteStride, b.byteAt(x0[lane], y0[lane]), b.byteStride,
-                             wx[lane], wy[lane], first, second);
-            return mix(first * kByteToFloat, second * kByteToFloat, t);
-        }
+    if (a.bytes && b.bytes) {
+        const int x = samples.x0[lane], y = samples.y0[lane];
+        Float4 first;
+        Float4 second;
+        bilinearBytePair(a.byteAt(x, y), a.byteStride, b.byteAt(x, y), b.byteStride, samples.wx[lane], samples.wy[lane],
+                         first, second);
+        return mix(first * kByteToFloat, second * kByteToFloat, t);
+    }
 #endif
-        return mix(blend(a, lane), blend(b, lane), t);
-    }
-
-    // The sample of `tile` at lane `lane`, as sampleBilinear gives it; `inside` is inside(tile).
-    Float4 read(const ConstImageTile& tile, int lane, int inside) const {
-        return (inside >> lane) & 1 ? blend(tile, lane) : tile.sample(px[lane], py[lane]);
-    }
-};
+    return mix(samples.blend(a, lane), samples.blend(b, lane), t);
+}
 
 // SphereShading with the points it reads worked out four at a time.
 class Light {
@@ -131,8 +87,8 @@ struct WaveShape {
 
 // The wave over pixels [begin, end) of `row` (row y, starting at pixel x0), its geometry four
 // pixels at a time.
-QM_AVX2_CLONES void waveRun(const WaveShape& shape, float* row, int x0, int y, int begin, int end, const ConstImageTile& fromTile,
-             const ConstImageTile& toTile, const Light* light) {
+QM_AVX2_CLONES void waveRun(const WaveShape& shape, float* row, int x0, int y, int begin, int end,
+                           const ConstImageTile& fromTile, const ConstImageTile& toTile, const Light* light) {
     const auto [cx0, cy0, front, inverseWidth, halfScale, slope, minX, maxX, minY, maxY] = shape;
     const float cy = float(y) + 0.5f;
     const float vy = cy - cy0;
@@ -158,7 +114,7 @@ QM_AVX2_CLONES void waveRun(const WaveShape& shape, float* row, int x0, int y, i
         if (picturesInside == 15 && lightsInside == 15 && end - x >= 4) {
             // The common case, with no bounds to mind.
             for (int lane = 0; lane < 4; ++lane, pixel += 4) {
-                const Float4 value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+                const Float4 value = mixBlends(pictures, fromTile, toTile, lane, blend[lane]);
                 storeFloat4(pixel, light->apply(value, lights, lane, 15));
             }
             continue;
@@ -166,7 +122,7 @@ QM_AVX2_CLONES void waveRun(const WaveShape& shape, float* row, int x0, int y, i
         for (int lane = 0; lane < std::min(4, end - x); ++lane, pixel += 4) {
             Float4 value;
             if ((picturesInside >> lane) & 1)
-                value = pictures.mixBlends(fromTile, toTile, lane, blend[lane]);
+                value = mixBlends(pictures, fromTile, toTile, lane, blend[lane]);
             else
                 value = mix(fromTile.sample(sx[lane], sy[lane]), toTile.sample(sx[lane], sy[lane]),
                             blend[lane]);
