@@ -178,7 +178,8 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
     const int64_t du = std::llround(_inverse.m11 * 65536);
     const int64_t dv = std::llround(_inverse.m12 * 65536);
     std::vector<std::pair<int64_t, int64_t>> offsets;
-    for (const auto& [ou, ov] : sampleOffsets()) offsets.emplace_back(std::llround(ou * 65536), std::llround(ov * 65536));
+    for (const auto& [ou, ov] : sampleOffsets())
+        offsets.emplace_back(std::llround(ou * 65536), std::llround(ov * 65536));
     const float scale = kByteToFloat / float(offsets.size());
     // Samples reach this far (in pixels) from a pixel's mapped centre; beyond it and one more
     // pixel around the bounds, a pixel is transparent.
@@ -246,7 +247,8 @@ void TransformNode::renderFromColorRect(Float4 color, const PixelRect& bounds, c
             for (const auto& [ou, ov] : offsets) {
                 const Float4 u = splat(float(p.x - 0.5 + ou)) + step * du;
                 const Float4 v = splat(float(p.y - 0.5 + ov)) + step * dv;
-                coverage += ramp(u, float(bounds.x), float(bounds.maxX())) * ramp(v, float(bounds.y), float(bounds.maxY()));
+                coverage +=
+                    ramp(u, float(bounds.x), float(bounds.maxX())) * ramp(v, float(bounds.y), float(bounds.maxY()));
             }
             coverage *= norm;
             for (int k = 0; k < 4 && i + k < out.rect.width; ++k) storeFloat4(dst + 4 * (i + k), color * coverage[k]);

@@ -52,7 +52,8 @@ std::optional<Image> opaqueSilhouette(const Image& image, const Image& color) {
     if (const auto* transform = nodeAs<TransformNode>(image)) {
         const auto inner = opaqueSilhouette(transform->inputs()[0], color);
         if (!inner) return std::nullopt;
-        return Image(std::make_shared<TransformNode>(*inner, transform->transform(), transform->interpolation(), image.extent()));
+        return Image(std::make_shared<TransformNode>(*inner, transform->transform(), transform->interpolation(),
+                                                     image.extent()));
     }
     return std::nullopt;
 }

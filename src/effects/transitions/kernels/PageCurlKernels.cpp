@@ -93,8 +93,8 @@ enum CurlPart { kPlainTarget, kTargetInShadow, kRoll, kFlat };
 // at a time, the shadow on the target where no page lies over it, which below u = plainTarget is
 // the target unchanged.
 template <class Shade, class Darkness>
-QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in, const Shade& shade,
-                const Darkness& darkness, float plainTarget) {
+QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std::span<const ConstImageTile> in,
+                               const Shade& shade, const Darkness& darkness, float plainTarget) {
     if (copyEndInput(out, in, g.t)) return;
     const ConstImageTile& front = in[0];
     const ConstImageTile& target = in[1];
