@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
+#include "platform/image/BilinearPairAVX2.h"
 #include "platform/image/PixelMath.h"
 
 #if defined(__x86_64__)
@@ -332,30 +333,9 @@ std::pair<int, int> insideRun(const BitmapView& bitmap, int64_t u, int64_t v, in
     return {first, last};
 }
 
-// a + ((c - a) * w + 64) >> 7 in 16-bit lanes.
-__attribute__((target("avx2"))) inline __m256i blendWords(__m256i a, __m256i c, __m256i w) {
-    return _mm256_add_epi16(
-        a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), w), _mm256_set1_epi16(64)), 7));
-}
-
-// Two bilinear samples whose lower left source pixels are at p and q (image rows grow downwards
-// in memory by -stride), each pixel's weights spread over its eight 16-bit lanes: lanes 0-7 of a
-// register hold one pixel's two source pixels and lanes 8-15 the other's.
-__attribute__((target("avx2"))) inline void samplePair(const uint8_t* p, const uint8_t* q, std::ptrdiff_t stride,
-                                                       __m256i wx, __m256i wy, __m256 factor, float* dst) {
-    auto load = [](const uint8_t* r) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(r)); };
-    const __m256i a = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p), load(q)));
-    const __m256i c = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p - stride), load(q - stride)));
-    const __m256i vertical = blendWords(a, c, wy);
-    const __m256i h = blendWords(vertical, _mm256_srli_si256(vertical, 8), wx);
-    // Lanes 0-3 and 8-11 hold the two pixels.
-    const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
-    _mm256_storeu_ps(dst, _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), factor));
-}
-
-// Four bilinear samples whose lower left source pixels are at p[0..3], the weights of each in the
-// 32-bit lanes of wx and wy.
-__attribute__((target("avx2"))) inline void sampleFour(const uint8_t* const p[4], std::ptrdiff_t stride, __m128i wx,
+// Four bilinear samples whose lower left source pixels are at p[0..3], the rows above them `up`
+// bytes further on, the weights of each in the 32-bit lanes of wx and wy.
+__attribute__((target("avx2"))) inline void sampleFour(const uint8_t* const p[4], std::ptrdiff_t up, __m128i wx,
                                                        __m128i wy, __m256 factor, float* dst) {
     // Each weight twice in its 32-bit lane, then over the eight 16-bit lanes of its pixel.
     const __m128i twice = _mm_set1_epi32(0x10001);
@@ -363,17 +343,19 @@ __attribute__((target("avx2"))) inline void sampleFour(const uint8_t* const p[4]
     const __m256i y = _mm256_castsi128_si256(_mm_mullo_epi32(wy, twice));
     const __m256i firstPair = _mm256_setr_epi32(0, 0, 0, 0, 1, 1, 1, 1);
     const __m256i secondPair = _mm256_setr_epi32(2, 2, 2, 2, 3, 3, 3, 3);
-    samplePair(p[0], p[1], stride, _mm256_permutevar8x32_epi32(x, firstPair), _mm256_permutevar8x32_epi32(y, firstPair),
-               factor, dst);
-    samplePair(p[2], p[3], stride, _mm256_permutevar8x32_epi32(x, secondPair),
-               _mm256_permutevar8x32_epi32(y, secondPair), factor, dst + 8);
+    const __m256 first = bilinearPair(p[0], p[1], up, _mm256_permutevar8x32_epi32(x, firstPair),
+                                      _mm256_permutevar8x32_epi32(y, firstPair));
+    const __m256 second = bilinearPair(p[2], p[3], up, _mm256_permutevar8x32_epi32(x, secondPair),
+                                       _mm256_permutevar8x32_epi32(y, secondPair));
+    _mm256_storeu_ps(dst, _mm256_mul_ps(first, factor));
+    _mm256_storeu_ps(dst + 8, _mm256_mul_ps(second, factor));
 }
 
 __attribute__((target("avx2"))) void bilinearBytes4AVX2(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets,
                                                         Int4 wx, Int4 wy, float scale, float* out) {
     const uint8_t* p[4];
     for (int k = 0; k < 4; ++k) p[k] = origin + offsets[k];
-    sampleFour(p, -up, __m128i(wx), __m128i(wy), _mm256_set1_ps(scale), out);
+    sampleFour(p, up, __m128i(wx), __m128i(wy), _mm256_set1_ps(scale), out);
 }
 
 // The general row of sampleBitmapRow with AVX2, four pixels at a time through the same integer
@@ -410,7 +392,7 @@ __attribute__((target("avx2"))) void sampleRowAVX2(const BitmapView& bitmap, int
             const uint8_t* p[4];
             for (int k = 0; k < 4; ++k) p[k] = corner - std::ptrdiff_t(ys[k]) * stride + std::ptrdiff_t(xs[k]) * 4;
             _mm_prefetch(reinterpret_cast<const char*>(p[0] + readAhead), _MM_HINT_T0);
-            sampleFour(p, stride, _mm_and_si128(ru, fraction), _mm_and_si128(rv, fraction), factor, out + 4 * i);
+            sampleFour(p, -stride, _mm_and_si128(ru, fraction), _mm_and_si128(rv, fraction), factor, out + 4 * i);
         }
     }
     for (; i < count; ++i) storeFloat4(out + 4 * i, bitmap.sample(u + i * du, v + i * dv) * scale);

@@ -13,12 +13,9 @@
 #include <cmath>
 #include <vector>
 
-#if defined(__x86_64__)
-#include <immintrin.h>
-#endif
-
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
+#include "platform/image/BilinearPairAVX2.h"
 
 namespace qm {
 
@@ -141,10 +138,8 @@ __attribute__((target("avx2"))) void litPanelsAVX2(const Fold& f, const Column* 
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(sourceRows + x), y0);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(rowWeights + x), wy);
     }
-    const __m256i half = _mm256_set1_epi16(64);
     const __m256 toFloat = _mm256_set1_ps(kByteToFloat);
     const __m256 one = _mm256_set1_ps(1.0f);
-    auto load = [](const uint8_t* p) { return _mm_loadl_epi64(reinterpret_cast<const __m128i*>(p)); };
     int x = start;
     for (; x + 2 <= end; x += 2, dst += 8) {
         const Column& c0 = column[x];
@@ -159,22 +154,10 @@ __attribute__((target("avx2"))) void litPanelsAVX2(const Fold& f, const Column* 
         const uint8_t* p1 = from.byteAt(c1.x0, y1);
         __builtin_prefetch(p0 + kPrefetchRows * stride);
         __builtin_prefetch(p1 + kPrefetchRows * stride);
-        // Lanes 0-7 hold pixel x's two source pixels, lanes 8-15 pixel x + 1's.
-        const __m256i lower = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p0), load(p1)));
-        const __m256i upper = _mm256_cvtepu8_epi16(_mm_unpacklo_epi64(load(p0 + stride), load(p1 + stride)));
         const __m256i wy =
             _mm256_setr_m128i(_mm_set1_epi16(short(rowWeights[x])), _mm_set1_epi16(short(rowWeights[x + 1])));
         const __m256i wx = _mm256_setr_m128i(_mm_set1_epi16(short(c0.wx)), _mm_set1_epi16(short(c1.wx)));
-        // a + ((b - a) * w + 64) >> 7, up and then across.
-        const __m256i vertical = _mm256_add_epi16(
-            lower,
-            _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(upper, lower), wy), half), 7));
-        const __m256i right = _mm256_srli_si256(vertical, 8);
-        const __m256i h = _mm256_add_epi16(
-            vertical,
-            _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(right, vertical), wx), half), 7));
-        const __m128i pixels = _mm256_castsi256_si128(_mm256_permute4x64_epi64(h, 0x08));
-        const __m256 panel = _mm256_mul_ps(_mm256_cvtepi32_ps(_mm256_cvtepu16_epi32(pixels)), toFloat);
+        const __m256 panel = _mm256_mul_ps(bilinearPair(p0, p1, stride, wx, wy), toFloat);
         const __m256 alpha = _mm256_shuffle_ps(panel, panel, 0xff);
         const __m256 light = _mm256_setr_m128(__m128(c0.light), __m128(c1.light));
         _mm256_storeu_ps(dst, _mm256_min_ps(_mm256_mul_ps(panel, light), alpha));
