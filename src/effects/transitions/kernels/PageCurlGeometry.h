@@ -45,6 +45,15 @@ struct CurlGeometry {
         const float shift = 2.0f * line - kPi * radius - 2.0f * along(cx, cy);
         return {cx + shift * dx, cy + shift * dy};
     }
+    // The mirror images of the pixels of the row at centre cy lie on a line: pixel x's image is at
+    // (u + x du, v + x dv), counted with pixel centres on whole numbers.
+    struct MirrorRow {
+        double u, v, du, dv;
+    };
+    MirrorRow mirrorRow(float cy) const {
+        const double shift = 2.0 * line - double(kPi * radius) - 2.0 * ((0.5 - ox) * dx + (double(cy) - oy) * dy);
+        return {shift * dx, double(cy) - 0.5 + shift * dy, 1.0 - 2.0 * double(dx) * dx, -2.0 * double(dx) * dy};
+    }
 };
 
 // `page` at time t (0..1) of a curl along `angle` (radians) with a roll of `radius`.
@@ -72,14 +81,12 @@ inline CurlGeometry makeGeometry(float t, const Rect& page, double angle, double
 // by one.
 template <class Each>
 void forEachMirrorRun(const CurlGeometry& g, float cy, int x0, int x1, Each&& each) {
-    // The image of the pixel at centre cx is (ax + bx cx, ay + by cx).
-    const double dx = g.dx;
-    const double dy = g.dy;
-    const double shift0 = 2.0 * g.line - double(kPi * g.radius) - 2.0 * (-double(g.ox) * dx + (double(cy) - g.oy) * dy);
-    const double ax = shift0 * dx;
-    const double bx = 1.0 - 2.0 * dx * dx;
-    const double ay = double(cy) + shift0 * dy;
-    const double by = -2.0 * dx * dy;
+    // Pixel x's image has its centre at (ax + bx x, ay + by x).
+    const CurlGeometry::MirrorRow row = g.mirrorRow(cy);
+    const double ax = row.u + 0.5;
+    const double bx = row.du;
+    const double ay = row.v + 0.5;
+    const double by = row.dv;
     // The pixels whose image lies inside the page grown by `margin` on every side.
     const auto pixelsInside = [&](double margin) {
         double from = double(x0) - 1.0;
@@ -98,8 +105,8 @@ void forEachMirrorRun(const CurlGeometry& g, float cy, int x0, int x1, Each&& ea
         within(ay, by, g.minY - margin, g.maxY + margin);
         if (!(from < to)) return std::pair{x0, x0};
         // Both now lie within the row, one pixel beyond its ends at most.
-        const int first = std::clamp(int(std::floor(from - 0.5)) + 1, x0, x1);
-        return std::pair{first, std::clamp(int(std::ceil(to - 0.5)), first, x1)};
+        const int first = std::clamp(int(std::floor(from)) + 1, x0, x1);
+        return std::pair{first, std::clamp(int(std::ceil(to)), first, x1)};
     };
     constexpr double kSafeMargin = 0.01;
     auto [surelyFrom, surelyTo] = pixelsInside(-kSafeMargin);

@@ -72,11 +72,11 @@ Rect backRegion(const CurlGeometry& g, const Rect& rect) {
         double minX = INFINITY, minY = INFINITY, maxX = -INFINITY, maxY = -INFINITY;
         for (double x : {rect.minX(), rect.maxX()}) {
             for (double y : {rect.minY(), rect.maxY()}) {
-                const float shift = 2.0f * g.line - far - 2.0f * g.along(float(x), float(y));
-                minX = std::min(minX, x + shift * g.dx);
-                maxX = std::max(maxX, x + shift * g.dx);
-                minY = std::min(minY, y + shift * g.dy);
-                maxY = std::max(maxY, y + shift * g.dy);
+                const Point image = g.mirror(float(x), float(y));
+                minX = std::min(minX, image.x);
+                maxX = std::max(maxX, image.x);
+                minY = std::min(minY, image.y);
+                maxY = std::max(maxY, image.y);
             }
         }
         region = region.unionWith(outset(Rect{minX, minY, maxX - minX, maxY - minY}, 1));
@@ -101,13 +101,10 @@ QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std:
     const ConstImageTile& back = in[2];
     const float line = g.line;
     const float radius = g.radius;
-    const float rollLength = kPi * radius;
     // The flat top part of a row mirrors the page across a line, so its samples run along a
-    // straight line through the back; where the back is a bitmap they are taken a row at a time.
-    // A point at centre x + 0.5 reads (with pixel centres on whole numbers) U + x dU, V + x dV.
+    // straight line through the back (CurlGeometry::mirrorRow); where the back is a bitmap they are
+    // taken a row at a time.
     const BitmapView backView{back.isBytes() ? back.byteAt(0, 0) : nullptr, -back.byteStride, back.rect};
-    const int64_t stepU = std::llround((1.0 - 2.0 * double(g.dx) * g.dx) * 65536);
-    const int64_t stepV = std::llround(-2.0 * double(g.dx) * g.dy * 65536);
     const int first = out.rect.x;
     for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
         const float cy = float(y) + 0.5f;
@@ -133,10 +130,12 @@ QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std:
                 return;
             }
             if (backView.rowZero) {
-                const double shift = 2.0 * line - rollLength - 2.0 * ((0.5 - g.ox) * g.dx + (double(cy) - g.oy) * g.dy);
-                const int64_t u = std::llround((shift * g.dx) * 65536);
-                const int64_t v = std::llround((double(cy) - 0.5 + shift * g.dy) * 65536);
-                sampleBitmapRow(backView, u + x0 * stepU, v + x0 * stepV, stepU, stepV, kByteToFloat, dst, count);
+                const CurlGeometry::MirrorRow mirrored = g.mirrorRow(cy);
+                const int64_t u = std::llround(mirrored.u * 65536);
+                const int64_t v = std::llround(mirrored.v * 65536);
+                const int64_t du = std::llround(mirrored.du * 65536);
+                const int64_t dv = std::llround(mirrored.dv * 65536);
+                sampleBitmapRow(backView, u + x0 * du, v + x0 * dv, du, dv, kByteToFloat, dst, count);
             } else {
                 for (int x = x0; x < x1; ++x) {
                     const Point p = g.mirror(float(x) + 0.5f, cy);
