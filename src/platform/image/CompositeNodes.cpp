@@ -85,10 +85,7 @@ void ColorNode::render(RenderPass& pass, const ImageTile& out) const {
     const std::optional<float> fade = _stages.uniformScale();
     const Bitmap* bitmap = fade ? input(0).directBitmap(shown) : nullptr;
     if (bitmap && shown == out.rect) {
-        for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
-            const uint8_t* src = bitmap->imageRow(y);
-            bytesToFloatRow(src + size_t(out.rect.x) * 4, out.row(y), out.rect.width, kByteToFloat * *fade);
-        }
+        bitmapIntoTile(*bitmap, out, *fade);
         return;
     }
     pass.renderInto(input(0), out);

@@ -16,6 +16,9 @@ class Bitmap;
 
 // The engine's operations as graph nodes. Image's functions build them; nothing else needs to.
 
+// Fills `out` from `bitmap` (placed at the origin, y up), every channel multiplied by `fade`.
+void bitmapIntoTile(const Bitmap& bitmap, const ImageTile& out, float fade = 1.f);
+
 class BitmapNode final : public ImageNode {
 public:
     explicit BitmapNode(std::shared_ptr<const Bitmap> bitmap);

@@ -9,10 +9,12 @@ namespace qm {
 BitmapNode::BitmapNode(std::shared_ptr<const Bitmap> bitmap)
     : ImageNode(Rect{0, 0, double(bitmap->width()), double(bitmap->height())}, {}), _bitmap(std::move(bitmap)) {}
 
-void BitmapNode::render(RenderPass&, const ImageTile& out) const {
+void bitmapIntoTile(const Bitmap& bitmap, const ImageTile& out, float fade) {
     for (int y = out.rect.y; y < out.rect.maxY(); ++y)
-        bytesToFloatRow(_bitmap->imageRow(y) + size_t(out.rect.x) * 4, out.row(y), out.rect.width);
+        bytesToFloatRow(bitmap.imageRow(y) + size_t(out.rect.x) * 4, out.row(y), out.rect.width, kByteToFloat * fade);
 }
+
+void BitmapNode::render(RenderPass&, const ImageTile& out) const { bitmapIntoTile(*_bitmap, out); }
 
 const Bitmap* BitmapNode::directBitmap(PixelRect& bounds) const {
     bounds = bounds.intersection(pixelBounds());
