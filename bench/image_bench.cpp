@@ -8,10 +8,10 @@
 #include <memory>
 #include <vector>
 
+#include "image/Image.h"
+#include "image/RenderContext.h"
 #include "platform/AffineTransform.h"
 #include "platform/Bitmap.h"
-#include "platform/image/Image.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm {
 namespace {

@@ -23,8 +23,8 @@
 
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 using namespace qm;
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "platform/PixelBuffer.h"
+#include "codec/PixelBuffer.h"
 
 namespace qm {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "codec/PixelBuffer.h"
 #include "platform/Bitmap.h"
-#include "platform/PixelBuffer.h"
 
 struct SwsContext;
 

@@ -4,7 +4,7 @@
 #include <memory>
 #include <vector>
 
-#include "platform/PixelBuffer.h"
+#include "codec/PixelBuffer.h"
 
 namespace qm {
 

@@ -3,9 +3,9 @@
 #include <cstdint>
 #include <memory>
 
+#include "codec/PixelBuffer.h"
 #include "codec/PixelScaler.h"
 #include "platform/Bitmap.h"
-#include "platform/PixelBuffer.h"
 
 namespace qm {
 

@@ -2,8 +2,8 @@
 
 #include <memory>
 
+#include "codec/PixelBuffer.h"
 #include "codec/PixelScaler.h"
-#include "platform/PixelBuffer.h"
 
 namespace qm {
 

@@ -4,9 +4,9 @@
 #include <mutex>
 #include <utility>
 
+#include "effects/QVClipStates.h"
+#include "image/Image.h"
 #include "platform/Geometry.h"
-#include "platform/image/Image.h"
-#include "project/QVClipStates.h"
 
 namespace qm {
 

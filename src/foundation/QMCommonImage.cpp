@@ -2,10 +2,11 @@
 
 #include <mutex>
 
+#include "codec/BitmapCodec.h"
+#include "image/Image.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
 #include "platform/Dispatch.h"
-#include "platform/image/Image.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm {
 
@@ -53,8 +54,8 @@ std::optional<std::vector<uint8_t>> QMCommon::saveImageToData(const std::shared_
                                                               const std::string& type) {
     if (!image) return std::nullopt;
     std::vector<uint8_t> bytes;
-    if (type == "public.png") bytes = image->PNGRepresentation();
-    else if (type == "public.jpeg") bytes = image->JPEGRepresentation(defaultJPEGQuality());
+    if (type == "public.png") bytes = BitmapCodec::PNGRepresentation(*image);
+    else if (type == "public.jpeg") bytes = BitmapCodec::JPEGRepresentation(*image, defaultJPEGQuality());
     else return std::nullopt;
     if (bytes.empty()) return std::nullopt;
     return bytes;

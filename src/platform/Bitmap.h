@@ -5,7 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <span>
 #include <vector>
 
 namespace qm {
@@ -18,9 +17,8 @@ public:
     // positive or the bytes are too few for it.
     static std::shared_ptr<const Bitmap> createWithPixels(int width, int height, std::vector<uint8_t> rgba,
                                                           size_t bytesPerRow = 0);
-    // Decodes JPEG or PNG bytes (told apart by their signature). Nothing when they do not decode
-    // or declare a picture larger than 16384 pixels a side or 2^26 pixels in all.
-    static std::shared_ptr<const Bitmap> createWithData(std::span<const uint8_t> bytes);
+    // As createWithPixels, for pixels known to be opaque: isOpaque() answers without a scan.
+    static std::shared_ptr<const Bitmap> createWithOpaquePixels(int width, int height, std::vector<uint8_t> rgba);
 
     int width() const { return _width; }
     int height() const { return _height; }
@@ -33,10 +31,6 @@ public:
     // True when every pixel's alpha is 255. Worked out on the first call and kept.
     bool isOpaque() const;
 
-    // Baseline JPEG, 4:2:0, quality 0-100. Transparent pixels come out as if over black.
-    std::vector<uint8_t> JPEGRepresentation(int quality) const;
-    // PNG with straight (not premultiplied) alpha.
-    std::vector<uint8_t> PNGRepresentation() const;
     // Resampled to the given size by area averaging (bilinear when enlarging). Nothing for a
     // size that is not positive.
     std::shared_ptr<const Bitmap> scaledToSize(int width, int height) const;

@@ -28,8 +28,8 @@ public:
         std::weak_ptr<Slot> weakSlot = slot;
         return ObserverToken([list, weakSlot] {
             auto alive = list.lock();
-            auto slot = weakSlot.lock();
-            if (alive && slot) alive->remove(slot);
+            auto added = weakSlot.lock();
+            if (alive && added) alive->remove(added);
         });
     }
 

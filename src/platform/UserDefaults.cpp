@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
+#include <type_traits>
 
 #include <nlohmann/json.hpp>
 
@@ -165,13 +166,13 @@ std::optional<UserDefaults::Stored> UserDefaults::read(const std::string& key) c
     sqlite3_stmt* row = select.get();
     Stored stored{static_cast<Type>(sqlite3_column_int(row, 0)), {}, {}, 0, 0};
     switch (stored.type) {
-        case Type::data: {
+        case Type::data:
+        case Type::dictionary: {
             const auto* bytes = static_cast<const uint8_t*>(sqlite3_column_blob(row, 1));
             stored.bytes.assign(bytes, bytes + (bytes ? sqlite3_column_bytes(row, 1) : 0));
             break;
         }
-        case Type::string:
-        case Type::dictionary: {
+        case Type::string: {
             const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(row, 1));
             stored.text.assign(text ? text : "", text ? sqlite3_column_bytes(row, 1) : 0);
             break;
@@ -238,12 +239,20 @@ double UserDefaults::doubleForKey(const std::string& key) const { return number(
 
 bool UserDefaults::boolForKey(const std::string& key) const { return number(key).value_or(0.0) != 0; }
 
-std::optional<nlohmann::json> UserDefaults::dictionaryForKey(const std::string& key) const {
+std::optional<UserDefaults::Dictionary> UserDefaults::dictionaryForKey(const std::string& key) const {
     const auto stored = read(key);
     if (!stored || stored->type != Type::dictionary) return std::nullopt;
-    nlohmann::json value = nlohmann::json::parse(stored->text, nullptr, false);
-    if (!value.is_object()) return std::nullopt;
-    return value;
+    const nlohmann::json object = nlohmann::json::from_cbor(stored->bytes, true, false);
+    if (!object.is_object()) return std::nullopt;
+    Dictionary dictionary;
+    for (const auto& [name, value] : object.items()) {
+        if (value.is_boolean()) dictionary[name] = value.get<bool>();
+        else if (value.is_number_integer()) dictionary[name] = value.get<int64_t>();
+        else if (value.is_number_float()) dictionary[name] = value.get<double>();
+        else if (value.is_string()) dictionary[name] = value.get<std::string>();
+        else if (value.is_binary()) dictionary[name] = std::vector<uint8_t>(value.get_binary());
+    }
+    return dictionary;
 }
 
 void UserDefaults::setData(const std::vector<uint8_t>& value, const std::string& key) {
@@ -270,13 +279,21 @@ void UserDefaults::setBool(bool value, const std::string& key) {
     write(key, Type::boolean, [value](sqlite3_stmt* statement) { sqlite3_bind_int64(statement, 3, value ? 1 : 0); });
 }
 
-bool UserDefaults::setDictionary(const nlohmann::json& value, const std::string& key) {
-    if (!value.is_object()) return false;
-    const std::string text = value.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
-    write(key, Type::dictionary, [&text](sqlite3_stmt* statement) {
-        sqlite3_bind_text64(statement, 3, text.data(), text.size(), SQLITE_TRANSIENT, SQLITE_UTF8);
+void UserDefaults::setDictionary(const Dictionary& value, const std::string& key) {
+    nlohmann::json object = nlohmann::json::object();
+    for (const auto& [name, entry] : value) {
+        std::visit(
+            [&object, &name](const auto& v) {
+                if constexpr (std::is_same_v<std::decay_t<decltype(v)>, std::vector<uint8_t>>)
+                    object[name] = nlohmann::json::binary(v);
+                else object[name] = v;
+            },
+            entry);
+    }
+    const std::vector<uint8_t> bytes = nlohmann::json::to_cbor(object);
+    write(key, Type::dictionary, [&bytes](sqlite3_stmt* statement) {
+        sqlite3_bind_blob64(statement, 3, bytes.data(), bytes.size(), SQLITE_TRANSIENT);
     });
-    return true;
 }
 
 void UserDefaults::removeObjectForKey(const std::string& key) {

@@ -1,13 +1,13 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <variant>
 #include <vector>
-
-#include <nlohmann/json_fwd.hpp>
 
 struct sqlite3;
 
@@ -26,6 +26,10 @@ namespace qm {
 // fresh file (or in memory only, if no fresh file can be made). Thread-safe.
 class UserDefaults {
 public:
+    // A dictionary of settings: flat, each value a bool, an integer, a double, text or bytes.
+    using Value = std::variant<bool, int64_t, double, std::string, std::vector<uint8_t>>;
+    using Dictionary = std::map<std::string, Value>;
+
     // The process's defaults: $XDG_CONFIG_HOME/<Bundle::identifier()>/defaults.sqlite3, with the
     // directory made if needed. The path is fixed at the first call.
     static UserDefaults& standardUserDefaults();
@@ -49,16 +53,15 @@ public:
     double doubleForKey(const std::string& key) const;
     // false when missing; a number is true when it is not 0.
     bool boolForKey(const std::string& key) const;
-    // The JSON object stored under `key`, or nothing.
-    std::optional<nlohmann::json> dictionaryForKey(const std::string& key) const;
+    // The dictionary stored under `key`, or nothing.
+    std::optional<Dictionary> dictionaryForKey(const std::string& key) const;
 
     void setData(const std::vector<uint8_t>& value, const std::string& key);
     void setString(const std::string& value, const std::string& key);
     void setInteger(int64_t value, const std::string& key);
     void setDouble(double value, const std::string& key);
     void setBool(bool value, const std::string& key);
-    // Stores a JSON object; any other JSON value is refused (nothing stored, false returned).
-    bool setDictionary(const nlohmann::json& value, const std::string& key);
+    void setDictionary(const Dictionary& value, const std::string& key);
     void removeObjectForKey(const std::string& key);
 
     // True when the defaults are kept on disk and the last write succeeded.

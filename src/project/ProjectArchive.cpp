@@ -2,9 +2,9 @@
 
 #include <mutex>
 
+#include "effects/QVClipStates.h"
 #include "platform/KeyedArchiver.h"
 #include "project/QVClip.h"
-#include "project/QVClipStates.h"
 #include "project/QVProject.h"
 #include "project/QVTrack.h"
 

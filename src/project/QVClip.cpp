@@ -2,12 +2,12 @@
 
 #include <cmath>
 
+#include "effects/QVClipStates.h"
 #include "effects/QVEffectState.h"
 #include "foundation/QMCommon.h"
 #include "foundation/QVSampleDescription.h"
 #include "foundation/QVVolumeEffect.h"
 #include "platform/UUID.h"
-#include "project/QVClipStates.h"
 #include "project/QVProject.h"
 #include "project/QVTrack.h"
 

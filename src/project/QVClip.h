@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "codec/QVTimebase.h"
+#include "effects/QVClipStates.h"
 #include "foundation/QVRange.h"
 #include "platform/Geometry.h"
 #include "platform/KeyedArchiver.h"
@@ -18,14 +19,10 @@
 
 namespace qm {
 
-class QVClipPosition;
-class QVColorState;
-class QVCropState;
 class QVEffectContext;
 class QVEffectState;
 class QVSampleBuffer;
 class QVSampleDescription;
-class QVShadowState;
 class QVTrack;
 class QVVolumeGainEffect;
 
@@ -43,7 +40,10 @@ class QVVolumeGainEffect;
 // "trackDuration", "trackTimeRange" (follows both), "validate", "ignoreVideo",
 // "validateColorControl", "validateCrop", "valideteShadow", "colorState", "cropState" and
 // "shadowState" (each follows its flag), "bounds" (follows the bounds of clipPosition).
-class QVClip : public Observable, public Archivable, public std::enable_shared_from_this<QVClip> {
+class QVClip : public Observable,
+               public Archivable,
+               public QVClipStateOwner,
+               public std::enable_shared_from_this<QVClip> {
 public:
     static constexpr Size thumbnailSize{160.0, 120.0};
     // The shortest a clip gets through the setters, and what every neighbour keeps of its own.
@@ -175,7 +175,7 @@ public:
     std::shared_ptr<QVTrack> owner() const { return _owner.load().lock(); }
     void setOwner(const std::shared_ptr<QVTrack>& owner) { _owner.store(owner); }
     // The owner's undo manager; empty without an owner.
-    UndoRef undoManager() const;
+    UndoRef undoManager() const override;
 
     std::any valueForKey(const std::string& key) const override;
     std::string archiveClassName() const override { return "QVClip"; }

@@ -6,11 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "codec/ImageSource.h"
+#include "image/Image.h"
 #include "platform/Bitmap.h"
-#include "platform/image/Image.h"
 #include "platform/Dispatch.h"
 #include "platform/FileBookmark.h"
-#include "platform/ImageSource.h"
 #include "platform/KeyedArchiver.h"
 
 namespace qm {

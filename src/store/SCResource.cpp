@@ -1,3 +1,4 @@
+#include "codec/BitmapCodec.h"
 #include "store/SCResource.h"
 
 #include "codec/QVAudioFrame2.h"
@@ -193,11 +194,11 @@ void SCResource::invalidateResource() {
 // MARK: - Codecs
 
 std::vector<uint8_t> SCResource::encodeCGImage(const std::shared_ptr<const Bitmap>& picture) {
-    return picture ? picture->JPEGRepresentation(defaultJPEGQuality) : std::vector<uint8_t>();
+    return picture ? BitmapCodec::JPEGRepresentation(*picture, defaultJPEGQuality) : std::vector<uint8_t>();
 }
 
 std::shared_ptr<const Bitmap> SCResource::decodeCGImage(std::span<const uint8_t> bytes) {
-    return Bitmap::createWithData(bytes);
+    return BitmapCodec::bitmapWithData(bytes);
 }
 
 std::vector<uint8_t> SCResource::encodeAudioFrame(const std::shared_ptr<QVAudioFrame2>& frame) {

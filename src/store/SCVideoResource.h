@@ -5,8 +5,8 @@
 #include <vector>
 
 #include "foundation/QVRange.h"
+#include "image/Image.h"
 #include "platform/Bitmap.h"
-#include "platform/image/Image.h"
 #include "platform/Dispatch.h"
 #include "platform/KeyedArchiver.h"
 #include "store/SCResourceStorage.h"

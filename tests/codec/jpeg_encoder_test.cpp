@@ -7,6 +7,7 @@ extern "C" {
 #include <libavutil/pixfmt.h>
 }
 
+#include "codec/BitmapCodec.h"
 #include "codec/QVJPEGEncoderHW.h"
 #include "platform/Bitmap.h"
 
@@ -46,7 +47,7 @@ std::shared_ptr<PixelBuffer> solidYUV(int width, int height, RGB colour, Matrix 
 }
 
 void expectColour(const std::vector<uint8_t>& jpeg, int width, int height, RGB expected, double tolerance) {
-    auto picture = Bitmap::createWithData(jpeg);
+    auto picture = BitmapCodec::bitmapWithData(jpeg);
     ASSERT_NE(picture, nullptr);
     ASSERT_EQ(picture->width(), width);
     ASSERT_EQ(picture->height(), height);

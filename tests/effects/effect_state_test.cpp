@@ -5,8 +5,8 @@
 #include <array>
 #include <cmath>
 
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm {
 namespace {

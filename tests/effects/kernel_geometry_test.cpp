@@ -8,7 +8,7 @@
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/PageCurlGeometry.h"
-#include "platform/image/RenderContext.h"
+#include "image/RenderContext.h"
 
 using namespace qm;
 using namespace qm::kernels;

@@ -10,8 +10,8 @@
 #include "effects/transitions/PSTransitionFade.h"
 #include "effects/transitions/PSTransitionFilters.h"
 #include "effects/transitions/PSTransitionMotion.h"
+#include "image/RenderContext.h"
 #include "platform/Log.h"
-#include "platform/image/RenderContext.h"
 
 using namespace qm;
 

@@ -10,8 +10,8 @@
 #include "effects/transitions/PSTransitionAssets.h"
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 using namespace qm;
 

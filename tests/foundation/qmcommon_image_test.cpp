@@ -5,10 +5,11 @@
 #include <cstdint>
 #include <vector>
 
+#include "codec/BitmapCodec.h"
 #include "foundation/QMCommon.h"
+#include "image/Image.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/Image.h"
-#include "platform/image/RenderContext.h"
 
 using namespace qm;
 
@@ -59,13 +60,13 @@ TEST(QMCommonImageTest, SavesPNGAndJPEGByTypeIdentifier) {
     const auto bitmap = gradient(16, 8);
     const auto png = QMCommon::saveImageToData(bitmap, "public.png");
     ASSERT_TRUE(png.has_value());
-    const auto decoded = Bitmap::createWithData(*png);
+    const auto decoded = BitmapCodec::bitmapWithData(*png);
     ASSERT_NE(decoded, nullptr);
     for (int y = 0; y < 8; ++y)
         for (int x = 0; x < 16; ++x) ASSERT_EQ(decoded->pixelAt(x, y), bitmap->pixelAt(x, y));
     const auto jpeg = QMCommon::saveImageToData(bitmap, "public.jpeg");
     ASSERT_TRUE(jpeg.has_value());
-    EXPECT_NE(Bitmap::createWithData(*jpeg), nullptr);
+    EXPECT_NE(BitmapCodec::bitmapWithData(*jpeg), nullptr);
     EXPECT_FALSE(QMCommon::saveImageToData(bitmap, "public.tiff").has_value());
     EXPECT_FALSE(QMCommon::saveImageToData(nullptr, "public.png").has_value());
 }

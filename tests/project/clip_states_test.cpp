@@ -1,4 +1,4 @@
-#include "project/QVClipStates.h"
+#include "effects/QVClipStates.h"
 
 #include <gtest/gtest.h>
 

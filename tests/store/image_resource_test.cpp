@@ -7,12 +7,13 @@
 #include <fstream>
 #include <thread>
 
-#include "platform/FileBookmark.h"
-#include "platform/ImageSource.h"
-#include "platform/KeyedArchiver.h"
+#include "codec/BitmapCodec.h"
+#include "codec/ImageSource.h"
 #include "foundation/QMCommon.h"
+#include "image/Image.h"
+#include "platform/FileBookmark.h"
+#include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
-#include "platform/image/Image.h"
 #include "store/SCResource.h"
 
 #include "support/MediaFileWriter.h"
@@ -70,14 +71,14 @@ protected:
 };
 
 TEST_F(ImageResourceTest, SourceDecodesStillsAndGivesPremultipliedPixels) {
-    writeFile(path("a.jpg"), solid(40, 30, kGreen)->JPEGRepresentation(90));
+    writeFile(path("a.jpg"), BitmapCodec::JPEGRepresentation(*solid(40, 30, kGreen), 90));
     const auto jpeg = ImageSource::createWithURL(path("a.jpg"));
     ASSERT_TRUE(jpeg);
     EXPECT_EQ(jpeg->count(), 1u);
     EXPECT_TRUE(near(jpeg->createImageAtIndex(0)->pixelAt(20, 15), kGreen));
 
     // PNG stores straight alpha; the source gives it premultiplied.
-    writeFile(path("alpha.png"), solid(8, 8, Rgba{100, 50, 25, 128})->PNGRepresentation());
+    writeFile(path("alpha.png"), BitmapCodec::PNGRepresentation(*solid(8, 8, Rgba{100, 50, 25, 128})));
     const auto alpha = ImageSource::createWithURL(path("alpha.png"))->createImageAtIndex(0);
     ASSERT_TRUE(alpha);
     EXPECT_TRUE(near(alpha->pixelAt(3, 3), Rgba{100, 50, 25, 128}, 2));
@@ -92,7 +93,7 @@ TEST_F(ImageResourceTest, SourceRefusesMissingUnknownAndIcnsFilesAndSurvivesDama
     const auto text = ImageSource::createWithURL(path("text.png"));
     EXPECT_TRUE(!text || !text->createImageAtIndex(0));
 
-    auto png = solid(64, 64, kRed)->PNGRepresentation();
+    auto png = BitmapCodec::PNGRepresentation(*solid(64, 64, kRed));
     png.resize(png.size() / 2);
     writeFile(path("half.png"), png);
     const auto half = ImageSource::createWithURL(path("half.png"));
@@ -161,7 +162,7 @@ TEST_F(ImageResourceTest, ConcurrentReadersShareOneCache) {
 
 TEST_F(ImageResourceTest, PosterDrawsAPictureUnscaledAtItsLowerLeft) {
     // A 4:3 picture: its source rectangle for the poster is its own size at the origin.
-    writeFile(path("small.png"), solid(40, 30, kRed)->PNGRepresentation());
+    writeFile(path("small.png"), BitmapCodec::PNGRepresentation(*solid(40, 30, kRed)));
     const auto poster = SCImageResource::createWithURL(path("small.png"))->thumbnail();
     ASSERT_TRUE(poster);
     EXPECT_EQ(poster->height(), 300);
@@ -171,7 +172,7 @@ TEST_F(ImageResourceTest, PosterDrawsAPictureUnscaledAtItsLowerLeft) {
 }
 
 TEST_F(ImageResourceTest, ArchiveKeepsABookmarkAndAFileThatWentAwayReadsAsNothing) {
-    writeFile(path("kept.png"), solid(10, 10, kGreen)->PNGRepresentation());
+    writeFile(path("kept.png"), BitmapCodec::PNGRepresentation(*solid(10, 10, kGreen)));
     const auto archive = KeyedArchiver::archivedDataWithRootObject(SCImageResource::createWithURL(path("kept.png")));
     const auto decoded = std::dynamic_pointer_cast<SCImageResource>(KeyedUnarchiver::unarchiveObjectWithData(archive));
     ASSERT_TRUE(decoded);

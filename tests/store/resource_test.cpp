@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "codec/BitmapCodec.h"
 #include "codec/QVAudioFrame2.h"
 #include "foundation/QMCommon.h"
 #include "platform/KeyedArchiver.h"
@@ -64,7 +65,7 @@ protected:
     }
     std::string writePicture(const std::string& name) const {
         const std::string path = _directory + "/" + name;
-        const auto png = solid(40, 30, 200, 10, 10)->PNGRepresentation();
+        const auto png = BitmapCodec::PNGRepresentation(*solid(40, 30, 200, 10, 10));
         std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(png.data()),
                                                     static_cast<std::streamsize>(png.size()));
         return path;

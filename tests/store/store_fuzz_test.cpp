@@ -5,6 +5,7 @@
 #include <fstream>
 #include <random>
 
+#include "codec/BitmapCodec.h"
 #include "codec/QVAudioFrame2.h"
 #include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
@@ -113,7 +114,7 @@ TEST_F(StoreFuzzTest, DamagedArchivesOfRecordsListsAndStoragesDecodeSafely) {
     std::mt19937_64 random(20240604);
     const std::string picture = _directory + "/picture.png";
     {
-        const auto png = Bitmap::createWithPixels(4, 4, std::vector<uint8_t>(64, 200))->PNGRepresentation();
+        const auto png = BitmapCodec::PNGRepresentation(*Bitmap::createWithPixels(4, 4, std::vector<uint8_t>(64, 200)));
         std::ofstream(picture, std::ios::binary).write(reinterpret_cast<const char*>(png.data()),
                                                        static_cast<std::streamsize>(png.size()));
     }

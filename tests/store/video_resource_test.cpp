@@ -7,10 +7,10 @@
 #include <thread>
 
 #include "codec/QVTimebase.h"
-#include "platform/KeyedArchiver.h"
 #include "foundation/QMCommon.h"
+#include "image/Image.h"
+#include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
-#include "platform/image/Image.h"
 #include "store/SCResource.h"
 
 #include "support/TestEnvironment.h"

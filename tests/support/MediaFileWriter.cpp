@@ -1,5 +1,6 @@
 #include "support/MediaFileWriter.h"
 
+#include "codec/BitmapCodec.h"
 #include "platform/Bitmap.h"
 
 #include <algorithm>
@@ -437,7 +438,7 @@ class AttachedPicture {
 public:
     std::string add(Muxer& muxer, const std::vector<uint8_t>& bytes) {
         _bytes = &bytes;
-        std::shared_ptr<const Bitmap> picture = Bitmap::createWithData(bytes);
+        std::shared_ptr<const Bitmap> picture = BitmapCodec::bitmapWithData(bytes);
         if (!picture) return "cover art is neither JPEG nor PNG";
         const bool png = bytes[0] == 0x89;
         _stream = avformat_new_stream(muxer.context(), nullptr);
@@ -571,7 +572,7 @@ std::vector<uint8_t> solidJPEG(int width, int height, RGB colour) {
         pixels[i + 3] = 255;
     }
     std::shared_ptr<const Bitmap> bitmap = Bitmap::createWithPixels(width, height, std::move(pixels));
-    return bitmap ? bitmap->JPEGRepresentation(90) : std::vector<uint8_t>();
+    return bitmap ? BitmapCodec::JPEGRepresentation(*bitmap, 90) : std::vector<uint8_t>();
 }
 
 }  // namespace qm::test

@@ -13,9 +13,9 @@
 #include <string>
 #include <vector>
 
+#include "image/ImageTestSupport.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/ImageTestSupport.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm::test {
 

@@ -15,10 +15,11 @@
 #include <vector>
 
 #include "LabelFont.h"
+#include "codec/BitmapCodec.h"
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 using namespace qm;
 
@@ -141,7 +142,7 @@ int main(int argc, char** argv) {
     }
 
     const auto bitmap = Bitmap::createWithPixels(sheetWidth, sheetHeight, std::move(sheet));
-    const std::vector<uint8_t> png = bitmap ? bitmap->PNGRepresentation() : std::vector<uint8_t>{};
+    const std::vector<uint8_t> png = bitmap ? BitmapCodec::PNGRepresentation(*bitmap) : std::vector<uint8_t>{};
     FILE* file = png.empty() ? nullptr : std::fopen(options.output.c_str(), "wb");
     bool written = file && std::fwrite(png.data(), 1, png.size(), file) == png.size();
     if (file && std::fclose(file) != 0) written = false;

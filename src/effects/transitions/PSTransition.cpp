@@ -8,8 +8,8 @@
 #include "effects/transitions/PSTransitionFilters.h"
 #include "effects/transitions/PSTransitionMotion.h"
 #include "foundation/QMCommon.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/image/Image.h"
+#include "image/Image.h"
 
 namespace qm {
 

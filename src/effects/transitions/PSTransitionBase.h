@@ -2,10 +2,10 @@
 
 #include <optional>
 
+#include "image/Image.h"
 #include "platform/AffineTransform.h"
 #include "platform/Color.h"
 #include "platform/Geometry.h"
-#include "platform/image/Image.h"
 
 namespace qm {
 

@@ -6,8 +6,8 @@
 
 #include "effects/transitions/kernels/TransitionKernels.h"
 #include "foundation/QMCommon.h"
+#include "image/RenderContext.h"
 #include "platform/Bitmap.h"
-#include "platform/image/RenderContext.h"
 
 namespace qm {
 

@@ -15,7 +15,7 @@
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
-#include "platform/image/BilinearPairAVX2.h"
+#include "image/dsp/x86/BilinearPair.h"
 
 namespace qm {
 
@@ -229,7 +229,7 @@ Image accordionFoldTransition(const Image& from, const Image& to, double time,
         const double y1 = f.middle + std::max((rect.maxY() - f.middle) * deepest, rect.maxY() - f.middle);
         return outset(Rect{x0, y0, x1 - x0, y1 - y0}, 2).intersection(outset(fromExtent, 2));
     };
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         const ConstImageTile& fromTile = in[0];
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();

@@ -171,7 +171,7 @@ Image disintegrateWithMaskTransition(const Image& from, const Image& to, double 
         const Point shift[1] = {{double(-offsetX), double(-offsetY)}};
         return outset(unionOfShifted(rect, shift), 1);
     };
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) QM_AVX2_CLONES {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) QM_AVX2_CLONES {
         thread_local LuminanceGrid grid;
         if (t > 0.0f && t < 1.0f) {
             const PixelRect shifted{out.rect.x - offsetX, out.rect.y - offsetY, out.rect.width, out.rect.height};

@@ -97,7 +97,7 @@ Image flashTransition(const Image& from, const Image& to, double time, const Fla
     auto kernel = transitionKernel("flash");
     if (t > threshold) {
         const float fade = (t - threshold) / (1.0f - threshold);
-        kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) QM_AVX2_CLONES {
+        kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) QM_AVX2_CLONES {
             for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
                 float* row = out.row(y);
                 copyRow(in[1], y, out.rect.x, out.rect.maxX(), row);
@@ -124,7 +124,7 @@ Image flashTransition(const Image& from, const Image& to, double time, const Fla
         }
         return std::min(s * s + s * (glow + rays), 1.0f);
     };
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) QM_AVX2_CLONES {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) QM_AVX2_CLONES {
         // The flash is smooth but for its spokes near the centre; every eighth pixel is enough.
         thread_local CoarseField flashCover;
         if (s > 0.0f) flashCover.fill(out.rect, 3, cover);
@@ -174,7 +174,7 @@ Image modTransition(const Image& from, const Image& to, double time, const ModTr
     };
 
     auto kernel = transitionKernel("mod");
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) QM_AVX2_CLONES {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) QM_AVX2_CLONES {
         const int x0 = out.rect.x;
         const int width = out.rect.width;
         if (copyEndInput(out, in, t)) return;

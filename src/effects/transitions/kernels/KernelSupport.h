@@ -9,12 +9,12 @@
 #include <utility>
 #include <vector>
 
+#include "image/ImageKernel.h"
+#include "image/ImageTile.h"
+#include "image/PixelMath.h"
+#include "image/PixelRows.h"
 #include "platform/Color.h"
 #include "platform/Geometry.h"
-#include "platform/image/ImageKernel.h"
-#include "platform/image/ImageTile.h"
-#include "platform/image/PixelMath.h"
-#include "platform/image/PixelRows.h"
 
 // Small pieces shared by the transition kernels.
 namespace qm::kernels {

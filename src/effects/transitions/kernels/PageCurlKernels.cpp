@@ -17,7 +17,7 @@
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/PageCurlGeometry.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
-#include "platform/image/PixelRows.h"
+#include "image/PixelRows.h"
 
 namespace qm {
 
@@ -130,11 +130,11 @@ QM_AVX2_CLONES void renderCurl(const CurlGeometry& g, const ImageTile& out, std:
                 return;
             }
             if (backView.rowZero) {
-                const CurlGeometry::MirrorRow mirrored = g.mirrorRow(cy);
-                const int64_t u = std::llround(mirrored.u * 65536);
-                const int64_t v = std::llround(mirrored.v * 65536);
-                const int64_t du = std::llround(mirrored.du * 65536);
-                const int64_t dv = std::llround(mirrored.dv * 65536);
+                const CurlGeometry::MirrorRow mirror = g.mirrorRow(cy);
+                const int64_t u = std::llround(mirror.u * 65536);
+                const int64_t v = std::llround(mirror.v * 65536);
+                const int64_t du = std::llround(mirror.du * 65536);
+                const int64_t dv = std::llround(mirror.dv * 65536);
                 sampleBitmapRow(backView, u + x0 * du, v + x0 * dv, du, dv, kByteToFloat, dst, count);
             } else {
                 for (int x = x0; x < x1; ++x) {
@@ -237,7 +237,7 @@ Image pageCurlTransition(const Image& from, const Image& to, double time, const 
         }
     };
     kernel->wholeInputs = {false, false, false, true};
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         // The normal tilts along d only, so the light is a function of one number.
         std::optional<ShadingProfile> profile;
         if (hasShading && touchesRoll(g, alongRect(g, out.rect.toRect())))
@@ -271,7 +271,7 @@ Image pageCurlWithShadowTransition(const Image& from, const Image& to, double ti
             default: return rect;
         }
     };
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         const auto shade = [](Float4 color, float, float cosine) { return shaded(color, 0.6f + 0.4f * cosine); };
         const auto darkness = [&](Float4 cx, float cy, Float4 u) {
             const Float4 distance = (g.line - g.radius) - u;

@@ -181,7 +181,7 @@ Image rippleTransition(const Image& from, const Image& to, double time, const Ri
         return touchesWave(rect) ? outset(rect, std::fabs(scale) * 0.5 + 2.0) : rect;
     };
     kernel->wholeInputs = {false, false, true};
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         if (copyEndInput(out, in, t)) return;
         const ConstImageTile& fromTile = in[0];
         const ConstImageTile& toTile = in[1];

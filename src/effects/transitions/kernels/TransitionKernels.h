@@ -1,8 +1,8 @@
 #pragma once
 
+#include "image/Image.h"
 #include "platform/Color.h"
 #include "platform/Geometry.h"
-#include "platform/image/Image.h"
 
 namespace qm {
 

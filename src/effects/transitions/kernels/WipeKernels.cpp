@@ -5,7 +5,7 @@
 
 #include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
-#include "platform/image/PixelRows.h"
+#include "image/PixelRows.h"
 
 namespace qm {
 
@@ -34,7 +34,7 @@ bool copyRowOpaque(const ConstImageTile& tile, int y, int x0, int x1, float* dst
 Image dissolveTransition(const Image& from, const Image& to, double time) {
     const float t = transitionTime(time);
     auto kernel = transitionKernel("dissolve");
-    kernel->render = [t](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [t](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         if (copyEndInput(out, in, t)) return;
         const int width = out.rect.width;
         for (int y = out.rect.y; y < out.rect.maxY(); ++y) {
@@ -60,7 +60,7 @@ Image swipeTransition(const Image& from, const Image& to, double time, const Swi
     const float opacity = clamp01(float(parameters.opacity));
 
     auto kernel = transitionKernel("swipe");
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         fillTileWithCopies(out, in, [&](int y, float cy) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());
@@ -103,7 +103,7 @@ Image barsSwipeTransition(const Image& from, const Image& to, double time,
     const int axis = std::fabs(dy) < 1e-3f ? 0 : std::fabs(dx) < 1e-3f ? 1 : -1;
     const int sign = (axis == 0 ? dx : dy) > 0 ? 1 : -1;
     const int shifts[2] = {sign * int(std::lround(distances[0])), sign * int(std::lround(distances[1]))};
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         const ConstImageTile& fromTile = in[0];
         const int x0 = out.rect.x;
         const int x1 = out.rect.maxX();
@@ -170,7 +170,7 @@ Image copyMachineTransition(const Image& from, const Image& to, double time,
     const float opacity = float(parameters.opacity);
 
     auto kernel = transitionKernel("copyMachine");
-    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in) {
+    kernel->render = [=](const ImageTile& out, std::span<const ConstImageTile> in, TileScratch&) {
         fillTileWithCopies(out, in, [&](int y, float cy) {
             const RowReader a(in[0], y, out.rect.x, out.rect.maxX());
             const RowReader b(in[1], y, out.rect.x, out.rect.maxX());

@@ -1,0 +1,177 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <iterator>
+#include <vector>
+
+#include "image/ImageTestSupport.h"
+#include "image/PixelMath.h"
+#include "image/PixelRows.h"
+
+using namespace qm;
+using namespace qm::test;
+
+namespace {
+
+// A bitmap seen through a BitmapView over all of its pixels.
+struct ViewedBitmap {
+    std::shared_ptr<const Bitmap> bitmap;
+    BitmapView view;
+
+    ViewedBitmap(int width, int height, PixelRect bounds) : bitmap(patternBitmap(width, height)) {
+        const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
+        view = BitmapView{bitmap->data() + std::ptrdiff_t(height - 1) * stride, stride, bounds};
+    }
+};
+
+// sampleBitmapRow against the one-pixel sample it is built from, bit for bit.
+void expectRowMatchesSamples(const BitmapView& view, double u, double v, double du, double dv, int count) {
+    const int64_t fu = std::llround(u * 65536), fv = std::llround(v * 65536);
+    const int64_t fdu = std::llround(du * 65536), fdv = std::llround(dv * 65536);
+    const float scale = 1.f / 255.f;
+    std::vector<float> row(size_t(count) * 4, -1.f);
+    sampleBitmapRow(view, fu, fv, fdu, fdv, scale, row.data(), count);
+    for (int i = 0; i < count; ++i) {
+        const Float4 expected = view.sample(fu + i * fdu, fv + i * fdv) * scale;
+        ASSERT_EQ(std::memcmp(&row[size_t(i) * 4], &expected, sizeof expected), 0)
+            << "pixel " << i << " of the row from (" << u << ", " << v << ") by (" << du << ", " << dv << ")";
+    }
+}
+
+}  // namespace
+
+TEST(PixelRowsTest, WholePixelStepsMatchTheBilinearSample) {
+    // Moves by fractions of a pixel, rows starting left of the picture, inside it and running off
+    // its right edge, on rows inside and on the last rows.
+    const ViewedBitmap picture(61, 23, {0, 0, 61, 23});
+    for (double fx : {0.0, 0.25, 0.6, 0.99})
+        for (double fy : {0.0, 0.3, 0.75}) {
+            expectRowMatchesSamples(picture.view, -7 + fx, 5 + fy, 1, 0, 80);
+            expectRowMatchesSamples(picture.view, 3 + fx, 11 + fy, 1, 0, 50);
+            expectRowMatchesSamples(picture.view, 40 + fx, 21 + fy, 1, 0, 30);
+            expectRowMatchesSamples(picture.view, fx, -0.5 + fy, 1, 0, 61);
+        }
+}
+
+TEST(PixelRowsTest, TurnedAndScaledStepsMatchTheBilinearSample) {
+    const ViewedBitmap picture(80, 60, {0, 0, 80, 60});
+    for (double degrees : {3.0, 10.0, 45.0, 100.0, 200.0})
+        for (double scale : {0.5, 1.0, 1.7}) {
+            const double du = std::cos(degrees * M_PI / 180) / scale;
+            const double dv = std::sin(degrees * M_PI / 180) / scale;
+            expectRowMatchesSamples(picture.view, 40.3, 30.7, du, dv, 90);
+            expectRowMatchesSamples(picture.view, -5.2, 12.1, du, dv, 101);
+        }
+}
+
+TEST(PixelRowsTest, BoundsNarrowerThanTheBitmapCutTheSamples) {
+    // A crop: pixels outside the bounds read as transparent even though the bitmap has them.
+    const ViewedBitmap picture(64, 48, {10, 8, 30, 20});
+    expectRowMatchesSamples(picture.view, 2.4, 15.5, 1, 0, 60);
+    expectRowMatchesSamples(picture.view, 2.4, 8.2, 1, 0, 60);
+    expectRowMatchesSamples(picture.view, 5.0, 5.0, 0.93, 0.37, 60);
+    std::vector<float> row(4 * 4);
+    sampleBitmapRow(picture.view, std::llround(50.0 * 65536), std::llround(15.0 * 65536), 65536, 0, 1.f, row.data(), 4);
+    for (float value : row) EXPECT_EQ(value, 0.f);
+}
+
+TEST(PixelRowsTest, FourBilinearSamplesAtOnceMatchTheOneAtATimeSample) {
+    // Points spread over a picture, read with rows going up in memory and going down.
+    const auto bitmap = patternBitmap(40, 30);
+    const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
+    const Int4 x0{0, 17, 38, 5}, y0{0, 11, 28, 20}, wx{0, 127, 64, 3}, wy{5, 0, 128, 77};
+    for (const std::ptrdiff_t up : {stride, -stride}) {
+        const uint8_t* origin = up > 0 ? bitmap->data() : bitmap->data() + 29 * stride;
+        const Int4 offsets = y0 * int(up) + x0 * 4;
+        float four[16];
+        bilinearBytes4(origin, up, offsets, wx, wy, 0.5f, four);
+        for (int k = 0; k < 4; ++k) {
+            const uint8_t* p = origin + offsets[k];
+            const Float4 expected = bilinearBytes(p, p + up, wx[k], wy[k]) * 0.5f;
+            EXPECT_EQ(std::memcmp(four + 4 * k, &expected, sizeof expected), 0) << "point " << k << ", up " << up;
+        }
+    }
+}
+
+TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
+    // Rows starting on and between group boundaries, left of zero, with and without a tail.
+    std::vector<float> reduced(40 * 4);
+    for (size_t i = 0; i < reduced.size(); ++i) reduced[i] = float((i * 29) % 31) / 30.f;
+    for (int factor : {2, 4, 8})
+        for (int x : {-factor, -3, 0, 1, 5, 3 * factor})
+            for (int count : {1, 2 * factor, 5 * factor + 3}) {
+                const int first = int(std::floor((x + 0.5) / factor - 0.5));
+                std::vector<float> out(size_t(count) * 4);
+                enlargeRow(reduced.data(), first, factor, x, out.data(), count);
+                for (int i = 0; i < count; ++i) {
+                    const double u = (x + i + 0.5) / factor - 0.5;
+                    const int i0 = int(std::floor(u));
+                    for (int c = 0; c < 4; ++c) {
+                        const double a = reduced[size_t(i0 - first) * 4 + size_t(c)];
+                        const double b = reduced[size_t(i0 - first + 1) * 4 + size_t(c)];
+                        ASSERT_NEAR(out[size_t(i) * 4 + size_t(c)], a + (b - a) * (u - i0), 1e-6)
+                            << "factor " << factor << ", x " << x << ", pixel " << i << ", channel " << c;
+                    }
+                }
+            }
+}
+
+TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
+    // Values below 0, above 1 and in between, over a count that leaves a tail.
+    const int count = 29;
+    std::vector<float> pixels(size_t(count) * 4);
+    for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = float((i * 37) % 101) / 70.f - 0.2f;
+    std::vector<uint8_t> fast(pixels.size()), general(pixels.size());
+    premultipliedToBytes(pixels.data(), fast.data(), count);
+    floatsToBytes(pixels.data(), general.data(), count, false, false);
+    EXPECT_EQ(fast, general);
+    EXPECT_EQ(fast[0], 0);  // -0.2 clamps to 0
+    EXPECT_EQ(fast[1], std::lround(255 * (37 / 70.f - 0.2f)));
+    EXPECT_EQ(fast[5], 255);  // 1.0
+}
+
+TEST(PixelRowsTest, YUVRowsFollowTheLimitedRangeFormula) {
+    // Every pixel of two rows against the BT.709 formula, over a width with whole groups of
+    // eight, a pair and an odd last column.
+    const int width = 19;
+    std::vector<float> upper(size_t(width) * 4), lower(size_t(width) * 4);
+    for (int i = 0; i < width; ++i)
+        for (int c = 0; c < 4; ++c) {
+            upper[size_t(i) * 4 + size_t(c)] = c == 3 ? 1.f : float((i * 7 + c * 5) % 13) / 12.f;
+            lower[size_t(i) * 4 + size_t(c)] = c == 3 ? 1.f : float((i * 3 + c * 11) % 17) / 16.f;
+        }
+    std::vector<uint8_t> y0(width), y1(width), u((width + 1) / 2), v((width + 1) / 2);
+    yuvRows(upper.data(), lower.data(), width, y0.data(), y1.data(), u.data(), v.data());
+    auto luma = [](const auto* p) { return 0.2126 * p[0] + 0.7152 * p[1] + 0.0722 * p[2]; };
+    for (int i = 0; i < width; ++i) {
+        EXPECT_NEAR(y0[size_t(i)], 16 + 219 * luma(&upper[size_t(i) * 4]), 0.51) << i;
+        EXPECT_NEAR(y1[size_t(i)], 16 + 219 * luma(&lower[size_t(i) * 4]), 0.51) << i;
+    }
+    for (int k = 0; k < (width + 1) / 2; ++k) {
+        const int last = std::min(2 * k + 1, width - 1);
+        double mean[3] = {0, 0, 0};
+        for (int i : {2 * k, last})
+            for (int c = 0; c < 3; ++c) mean[c] += (upper[size_t(i) * 4 + size_t(c)] + lower[size_t(i) * 4 + size_t(c)]) / 4;
+        const double l = luma(mean);
+        EXPECT_NEAR(u[size_t(k)], 128 + 224 * (mean[2] - l) / 1.8556, 0.51) << k;
+        EXPECT_NEAR(v[size_t(k)], 128 + 224 * (mean[0] - l) / 1.5748, 0.51) << k;
+    }
+}
+
+TEST(PixelMathTest, LaneFloorAndSquareRootMatchTheScalarOnes) {
+    const float values[] = {-2.5f, -2.0f, -0.5f, -1e-7f, 0.0f, 0.3f,
+                            1.0f, 7.99f, 1e6f + 0.5f, -123456.75f, 3.0f, 0.999999f};
+    for (size_t i = 0; i + 4 <= std::size(values); i += 4) {
+        const Float4 v{values[i], values[i + 1], values[i + 2], values[i + 3]};
+        const Float4 floors = floorFloat4(v);
+        const Float4 roots = sqrtFloat4(v * v + 2.0f);
+        for (int lane = 0; lane < 4; ++lane) {
+            EXPECT_EQ(floors[lane], std::floor(v[lane])) << v[lane];
+            EXPECT_EQ(floors[lane], float(fastFloor(v[lane]))) << v[lane];
+            const float root = std::sqrt(v[lane] * v[lane] + 2.0f);
+            EXPECT_EQ(std::memcmp(&roots[lane], &root, sizeof root), 0) << v[lane];
+        }
+    }
+}
