@@ -5,6 +5,7 @@
 #include "effects/QVClipStates.h"
 #include "platform/KeyedArchiver.h"
 #include "project/QVClip.h"
+#include "project/QVMediaClip.h"
 #include "project/QVProject.h"
 #include "project/QVTrack.h"
 
@@ -14,6 +15,7 @@ void registerProjectArchiveClasses() {
     static std::once_flag once;
     std::call_once(once, [] {
         KeyedUnarchiver::registerClass<QVClip>("QVClip");
+        KeyedUnarchiver::registerClass<QVMediaClip>("QVMediaClip");
         KeyedUnarchiver::registerClass<QVClipPosition>("QVClipPosition");
         KeyedUnarchiver::registerClass<QVColorState>("QVColorState");
         KeyedUnarchiver::registerClass<QVShadowState>("QVShadowState");

@@ -119,6 +119,12 @@ int64_t QVClip::trackTimestampToSource(int64_t) const { return 0; }
 
 int64_t QVClip::trackTimestampFromSource(int64_t) const { return 0; }
 
+Image QVClip::imageAtSourceTimestamp(int64_t) { return Image(); }
+
+std::shared_ptr<const Bitmap> QVClip::cgImageAtSourceTimestamp(int64_t) { return nullptr; }
+
+std::shared_ptr<const Bitmap> QVClip::thumbnail() { return nullptr; }
+
 QVRange QVClip::trackTimeRange() const { return QVRange(_timestampOfTrack, _duration); }
 
 std::shared_ptr<QVClip> QVClip::self() const { return std::const_pointer_cast<QVClip>(shared_from_this()); }

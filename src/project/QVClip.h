@@ -12,6 +12,8 @@
 #include "codec/QVTimebase.h"
 #include "effects/QVClipStates.h"
 #include "foundation/QVRange.h"
+#include "image/Image.h"
+#include "platform/Bitmap.h"
 #include "platform/Geometry.h"
 #include "platform/KeyedArchiver.h"
 #include "platform/Observable.h"
@@ -98,6 +100,11 @@ public:
     // Track time to source time and back; 0 here.
     virtual int64_t trackTimestampToSource(int64_t timestamp) const;
     virtual int64_t trackTimestampFromSource(int64_t timestamp) const;
+    // The source's picture at a source time; nothing here.
+    virtual Image imageAtSourceTimestamp(int64_t timestamp);
+    virtual std::shared_ptr<const Bitmap> cgImageAtSourceTimestamp(int64_t timestamp);
+    // A picture of thumbnailSize for the timeline; nothing here.
+    virtual std::shared_ptr<const Bitmap> thumbnail();
 
     // --- Place on the track.
 
@@ -194,6 +201,9 @@ protected:
 
     std::vector<std::string> keyPathsForValuesAffectingValueForKey(const std::string& key) const override;
 
+    // Records `restore` for this clip on the undo manager; it runs only while the clip lives.
+    void registerUndo(std::function<void(QVClip&)> restore);
+
 private:
     struct Neighbours {
         std::shared_ptr<QVClip> prevprev;
@@ -204,8 +214,6 @@ private:
     Neighbours neighbours() const;
     // The clip as a shared object, for identity lookups on the owner track.
     std::shared_ptr<QVClip> self() const;
-    // Records `restore` for this clip on the undo manager; it runs only while the clip lives.
-    void registerUndo(std::function<void(QVClip&)> restore);
     // Stores a flag, telling observers of `key`.
     void storeFlag(bool& field, bool value, const char* key);
     // Takes `position` as the clip's own: sets its owner and forwards its bounds changes as
