@@ -6,6 +6,9 @@
 
 #include "codec/QVTimebase.h"
 #include "foundation/QMCommon.h"
+#include "foundation/QVSampleBuffer.h"
+#include "foundation/QVSampleDescription.h"
+#include "foundation/QVVolumeEffect.h"
 #include "platform/Log.h"
 #include "platform/NotificationCenter.h"
 #include "platform/Pasteboard.h"
@@ -450,6 +453,35 @@ int64_t QVProject::duration() const {
     int64_t longest = 0;
     for (const auto& track : _tracks) longest = std::max(longest, track->duration());
     return longest;
+}
+
+int64_t QVProject::numberOfSamplesWithDescription(const QVSampleDescription& description) const {
+    return QMSamplesFromTimestamp(description.sampleRate(), duration());
+}
+
+std::shared_ptr<QVSampleBuffer> QVProject::sampleBufferWithDescription(const QVSampleDescription& description,
+                                                                       const QVRange& range) const {
+    if (range.location() >= numberOfSamplesWithDescription(description)) return nullptr;
+    std::shared_ptr<QVSampleBuffer> mix;
+    for (const auto& track : _tracks) {
+        auto sound = track->sampleBufferWithDescription(description, range);
+        if (!sound) continue;
+        mix = mix ? QVVolumeEffect::mergeSampleBuffer(mix, sound) : std::move(sound);
+    }
+    if (!mix) return QVSampleBuffer::silentSampleBufferWithDescription(description, range);
+    if (mix->sampleRange().isEqualRange(range)) return mix;
+    const QVRange mixed = mix->sampleRange();
+    if (mixed.location() > range.location()) {
+        const auto head = QVSampleBuffer::silentSampleBufferWithDescription(
+            description, QVRange(range.location(), mixed.location() - range.location()));
+        mix = QVSampleBuffer::appendSampleData(mix->data(), head);
+    }
+    if (mixed.end() < range.end()) {
+        const auto tail = QVSampleBuffer::silentSampleBufferWithDescription(
+            description, QVRange(mixed.end(), range.end() - mixed.end()));
+        mix = QVSampleBuffer::appendSampleData(tail->data(), mix);
+    }
+    return mix;
 }
 
 Rect QVProject::outBounds() const {

@@ -19,6 +19,9 @@
 namespace qm {
 
 class QVClip;
+class QVRange;
+class QVSampleBuffer;
+class QVSampleDescription;
 class QVTrack;
 
 // Posted on the main queue, with the project as object, when its sound may differ.
@@ -156,6 +159,8 @@ public:
 
     // The greatest track duration; 0 without tracks.
     int64_t duration() const;
+    // sampleRate * duration / QVTimebase.
+    int64_t numberOfSamplesWithDescription(const QVSampleDescription& description) const;
     // (0, 0, outVideoWidth, outVideoHeight).
     Rect outBounds() const;
     // The clips at the playhead, track by track.
@@ -163,6 +168,15 @@ public:
     // QVTimebase / outVideoFPS, truncated. A rate of 0 logs "Warning, out video FPS is zero." and
     // gives QVTimebase / 25 in single precision; a negative rate gives a negative length.
     int64_t durationOfFrame() const;
+
+    // --- Sound.
+
+    // The sound of the project over exactly `range` (sample positions on the project's time line
+    // at the description's rate): the tracks' sound merged, silence where none sounds and past the
+    // end. Nothing only when `range` starts at or past the end of the project, which tells a reader
+    // that the project is over.
+    std::shared_ptr<QVSampleBuffer> sampleBufferWithDescription(const QVSampleDescription& description,
+                                                                const QVRange& range) const;
 
     // --- The playhead and settings.
 

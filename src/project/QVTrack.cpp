@@ -1,7 +1,11 @@
 #include "project/QVTrack.h"
 
+#include <algorithm>
+
 #include "codec/QVTimebase.h"
+#include "foundation/QVSampleBuffer.h"
 #include "foundation/QVSampleDescription.h"
+#include "foundation/QVVolumeEffect.h"
 #include "platform/UUID.h"
 #include "project/QVClip.h"
 #include "project/QVProject.h"
@@ -195,6 +199,34 @@ void QVTrack::removeClipsObject(const std::shared_ptr<QVClip>& clip) {
 
 int64_t QVTrack::numberOfSamplesWithDescription(const QVSampleDescription& description) const {
     return QMSamplesFromTimestamp(description.sampleRate(), duration());
+}
+
+std::vector<std::shared_ptr<QVClip>> QVTrack::findClipsAtRange(const QVRange& range,
+                                                               const QVSampleDescription& description) const {
+    const int64_t rate = description.sampleRate();
+    // A clip whose end, in samples, is at or before the range's start cannot meet it.
+    auto clip = std::partition_point(_clips.begin(), _clips.end(), [&](const std::shared_ptr<QVClip>& candidate) {
+        return QMSamplesFromTimestamp(rate, candidate->trackTimeRange().end()) <= range.location();
+    });
+    std::vector<std::shared_ptr<QVClip>> found;
+    for (; clip != _clips.end(); ++clip) {
+        const QVRange samples = (*clip)->sampleRangeWithSampleDescription(description);
+        if (samples.location() >= range.end()) break;
+        if (samples.intersectsRange(range)) found.push_back(*clip);
+    }
+    return found;
+}
+
+std::shared_ptr<QVSampleBuffer> QVTrack::sampleBufferWithDescription(const QVSampleDescription& description,
+                                                                     const QVRange& range) const {
+    if (_mute || range.location() >= numberOfSamplesWithDescription(description)) return nullptr;
+    std::shared_ptr<QVSampleBuffer> mix;
+    for (const auto& clip : findClipsAtRange(range, description)) {
+        auto sound = clip->sampleBufferWithRange(range, description);
+        if (!sound) continue;
+        mix = mix ? QVVolumeEffect::mergeSampleBuffer(mix, sound) : std::move(sound);
+    }
+    return mix;
 }
 
 void QVTrack::storeUndoableFlag(bool& field, bool value, const char* key, void (QVTrack::*setter)(bool)) {

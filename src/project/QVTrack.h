@@ -16,6 +16,8 @@ namespace qm {
 
 class QVClip;
 class QVProject;
+class QVRange;
+class QVSampleBuffer;
 class QVSampleDescription;
 
 // The index that answers "not found": the largest signed 64-bit value.
@@ -89,6 +91,16 @@ public:
 
     // sampleRate * duration / QVTimebase.
     int64_t numberOfSamplesWithDescription(const QVSampleDescription& description) const;
+    // The clips whose stretch in samples of the description's rate meets `range`, in list order.
+    // Found by bisection: the placement rule keeps the clips' ends ascending.
+    std::vector<std::shared_ptr<QVClip>> findClipsAtRange(const QVRange& range,
+                                                          const QVSampleDescription& description) const;
+    // The sound of the clips meeting `range`, merged by QVVolumeEffect::mergeSampleBuffer, from the
+    // first to the last delivered sample. Nothing when the track is muted, when `range` starts at or
+    // past the track's end, or when no clip sounds there. A gap of over a tenth of a second between
+    // clips loses what was merged before it.
+    std::shared_ptr<QVSampleBuffer> sampleBufferWithDescription(const QVSampleDescription& description,
+                                                                const QVRange& range) const;
 
     // Undoable flags: each records its old value when the value changes.
     bool mute() const { return _mute; }
