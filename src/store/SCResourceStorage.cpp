@@ -1,5 +1,6 @@
 #include "store/SCResourceStorage.h"
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +8,7 @@
 #include "platform/Log.h"
 #include "platform/Paths.h"
 #include "platform/UUID.h"
+#include "store/SCCacheFilePool.h"
 
 namespace qm {
 
@@ -34,6 +36,17 @@ void SCResBlock::encodeWithCoder(KeyedArchiver& coder) const {
 
 // MARK: - SCResourceStorage
 
+namespace {
+
+// Whether the file at `path` is a regular file this process may read and write; it is opened
+// only when used.
+bool isWritableFile(const std::string& path) {
+    struct stat info {};
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode) && ::access(path.c_str(), R_OK | W_OK) == 0;
+}
+
+}  // namespace
+
 std::string SCResourceStorage::pathOfResourceStoragePath() {
     const std::string path = Paths::applicationSupport() + "/" + Bundle::identifier() + "/Resource";
     Paths::createDirectories(path);
@@ -43,19 +56,18 @@ std::string SCResourceStorage::pathOfResourceStoragePath() {
 std::shared_ptr<SCResourceStorage> SCResourceStorage::create() {
     std::shared_ptr<SCResourceStorage> storage(new SCResourceStorage());
     storage->_cacheFile = pathOfResourceStoragePath() + "/" + UUID::create().UUIDString();
-    storage->_fileHandle = FileHandle::fileHandleForUpdatingAtPath(*storage->_cacheFile, true);
-    if (storage->_fileHandle) storage->_fileHandle->truncateFileAtOffset(0);
+    if (const auto file = SCCacheFilePool::shared().fileAtPath(*storage->_cacheFile, true)) {
+        file->truncateFileAtOffset(0);
+    }
     storage->_allowEdit = true;
     return storage;
 }
 
 std::shared_ptr<SCResourceStorage> SCResourceStorage::createWithCoder(KeyedUnarchiver& coder) {
     const std::string path = coder.decodeString("_cacheFile");
-    auto handle = path.empty() ? nullptr : FileHandle::fileHandleForUpdatingAtPath(path);
-    if (!handle) return nullptr;
+    if (path.empty() || !isWritableFile(path)) return nullptr;
     std::shared_ptr<SCResourceStorage> storage(new SCResourceStorage());
     storage->_cacheFile = path;
-    storage->_fileHandle = std::move(handle);
     if (const auto dictionary = coder.decodeObjectOfClass<ArchivedDictionary>("_bufferDict")) {
         for (const auto& [key, value] : dictionary->map()) {
             if (const auto list = std::dynamic_pointer_cast<ArchivedList>(value)) {
@@ -78,10 +90,16 @@ void SCResourceStorage::encodeWithCoder(KeyedArchiver& coder) const {
 }
 
 void SCResourceStorage::cleanCache() {
-    _fileHandle.reset();
-    if (_cacheFile) ::unlink(_cacheFile->c_str());
+    if (_cacheFile) {
+        SCCacheFilePool::shared().closeFileAtPath(*_cacheFile);
+        ::unlink(_cacheFile->c_str());
+    }
     _cacheFile.reset();
     _allowEdit = false;
+}
+
+std::shared_ptr<FileHandle> SCResourceStorage::file() const {
+    return _cacheFile ? SCCacheFilePool::shared().fileAtPath(*_cacheFile) : nullptr;
 }
 
 DispatchQueue& SCResourceStorage::readwriteQueue() {
@@ -99,71 +117,83 @@ void SCResourceStorage::appendBytes(const void* bytes, size_t lenght) {
 
 void SCResourceStorage::appendData(std::span<const uint8_t> bytes) {
     if (!_allowEdit) {
-        QMLog(_fileHandle ? "Warning: not allow to write resource data." : "Error: No cache created.");
-        return;
-    }
-    if (!_fileHandle) {
-        QMLog("Error: No cache created.");
+        QMLog(_cacheFile ? "Warning: not allow to write resource data." : "Error: No cache created.");
         return;
     }
     if (_cacheBuffer.size() + bytes.size() < cacheBufferLimit) {
         _cacheBuffer.insert(_cacheBuffer.end(), bytes.begin(), bytes.end());
         return;
     }
-    _fileHandle->seekToEndOfFile();
-    if (!_cacheBuffer.empty()) {
-        _fileHandle->writeData(_cacheBuffer);
-        _cacheBuffer.clear();
+    const auto handle = file();
+    if (!handle) {
+        QMLog("Error: No cache created.");
+        return;
     }
-    _fileHandle->writeData(bytes.data(), bytes.size());
+    writeCacheBuffer(*handle);
+    writeAt(handle->seekToEndOfFile(), bytes);
 }
 
 void SCResourceStorage::flushCacheBuffer() {
-    if (!_allowEdit || !_fileHandle || _cacheBuffer.empty()) return;
-    _fileHandle->seekToEndOfFile();
-    _fileHandle->writeData(_cacheBuffer);
+    if (!_allowEdit || _cacheBuffer.empty()) return;
+    if (const auto handle = file()) writeCacheBuffer(*handle);
+}
+
+void SCResourceStorage::writeCacheBuffer(FileHandle& handle) {
+    if (_cacheBuffer.empty()) return;
+    writeAt(handle.seekToEndOfFile(), _cacheBuffer);
     _cacheBuffer.clear();
 }
 
 // MARK: Reads
 
-bool SCResourceStorage::reportMissingHandle() const {
-    if (_fileHandle) return false;
-    QMLog("Error: No process found.");
-    return true;
+std::shared_ptr<FileHandle> SCResourceStorage::fileForReading() const {
+    auto handle = file();
+    if (!handle) QMLog("Error: No process found.");
+    return handle;
+}
+
+std::vector<uint8_t> SCResourceStorage::readAt(FileHandle& handle, uint64_t offset, uint64_t length) {
+    std::vector<uint8_t> bytes = handle.readAt(offset, length);
+    _position = offset + bytes.size();
+    return bytes;
 }
 
 std::vector<uint8_t> SCResourceStorage::readAllData() {
-    if (reportMissingHandle() || !_fileHandle->seekToFileOffset(0)) return {};
-    return _fileHandle->readDataToEndOfFile();
+    const auto handle = fileForReading();
+    if (!handle) return {};
+    return readAt(*handle, 0, handle->seekToEndOfFile());
 }
 
 std::vector<uint8_t> SCResourceStorage::readDataOfLength(uint64_t length) {
-    if (reportMissingHandle()) return {};
-    return _fileHandle->readDataOfLength(length);
+    const auto handle = fileForReading();
+    if (!handle) return {};
+    return readAt(*handle, _position, length);
 }
 
 std::vector<uint8_t> SCResourceStorage::readDataOfLength(uint64_t length, uint64_t offset) {
-    if (reportMissingHandle()) return {};
+    const auto handle = fileForReading();
+    if (!handle) return {};
     flushCacheBuffer();
-    if (!_fileHandle->seekToFileOffset(offset)) return {};
-    return _fileHandle->readDataOfLength(length);
+    return readAt(*handle, offset, length);
 }
 
 // MARK: Key table
 
-uint64_t SCResourceStorage::seekToEnd() { return _fileHandle ? _fileHandle->seekToEndOfFile() : 0; }
-
 void SCResourceStorage::writeAt(uint64_t offset, std::span<const uint8_t> bytes) {
-    if (_fileHandle && _fileHandle->seekToFileOffset(offset)) _fileHandle->writeData(bytes.data(), bytes.size());
+    const auto handle = file();
+    if (!handle || !handle->writeAt(offset, bytes.data(), bytes.size())) return;
+    _position = offset + bytes.size();
 }
 
 std::shared_ptr<SCResBlock> SCResourceStorage::appendRegion(std::span<const uint8_t> bytes) {
-    const uint64_t location = seekToEnd();
+    const auto handle = file();
+    const uint64_t location = handle ? handle->seekToEndOfFile() : 0;
     writeAt(location, bytes);
     uint64_t capacity = bytes.size();
     if (capacity < minimumBlockCapacity) {
-        if (_fileHandle) _fileHandle->truncateFileAtOffset(location + minimumBlockCapacity);
+        if (handle && handle->truncateFileAtOffset(location + minimumBlockCapacity)) {
+            _position = location + minimumBlockCapacity;
+        }
         capacity = minimumBlockCapacity;
     }
     return SCResBlock::createWithLocation(location, capacity, bytes.size());
@@ -197,9 +227,10 @@ std::optional<std::vector<uint8_t>> SCResourceStorage::readDataWithKey(const std
     const auto found = _bufferDict.find(key);
     if (found == _bufferDict.end() || found->second.empty()) return std::nullopt;
     std::vector<uint8_t> value;
+    const auto handle = file();
     for (const auto& block : found->second) {
-        if (block->length() == 0 || !_fileHandle || !_fileHandle->seekToFileOffset(block->location())) continue;
-        const std::vector<uint8_t> part = _fileHandle->readDataOfLength(block->length());
+        if (block->length() == 0 || !handle) continue;
+        const std::vector<uint8_t> part = readAt(*handle, block->location(), block->length());
         value.insert(value.end(), part.begin(), part.end());
     }
     return value;

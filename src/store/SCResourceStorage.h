@@ -46,6 +46,9 @@ private:
 // no lock: one writer at a time, and readers serialised by their owner (readwriteQueue() is there
 // for callers that want to order their use).
 //
+// The file is not held open: each use takes it from SCCacheFilePool::shared(), which keeps only a
+// bounded set of cache files open. The storage keeps its own file position.
+//
 // Archived as "SCResourceStorage" with "_cacheFile" (the absolute path) and "_bufferDict" (key to
 // list of SCResBlock). The write buffer is not archived: flushCacheBuffer first.
 class SCResourceStorage : public Archivable {
@@ -105,16 +108,22 @@ private:
 
     SCResourceStorage() = default;
 
-    // Moves to the end of the file and gives its offset (0 without a file).
-    uint64_t seekToEnd();
-    // Writes at `offset`; without a file, or when the offset cannot be reached, nothing.
+    // The open cache file; nothing after cleanCache or when it cannot be opened.
+    std::shared_ptr<FileHandle> file() const;
+    // The open cache file for a read; nothing, with "Error: No process found.", without one.
+    std::shared_ptr<FileHandle> fileForReading() const;
+    // Writes at `offset` and moves the position past the bytes; without a file nothing.
     void writeAt(uint64_t offset, std::span<const uint8_t> bytes);
+    // Reads up to `length` bytes at `offset` and moves the position past them.
+    std::vector<uint8_t> readAt(FileHandle& file, uint64_t offset, uint64_t length);
+    // Writes the buffered bytes at the end of the file.
+    void writeCacheBuffer(FileHandle& file);
     // Appends `bytes` as a new region at the end of the file, of at least minimumBlockCapacity.
     std::shared_ptr<SCResBlock> appendRegion(std::span<const uint8_t> bytes);
-    bool reportMissingHandle() const;
 
     std::optional<std::string> _cacheFile;
-    std::shared_ptr<FileHandle> _fileHandle;
+    // Where plain reads go on from: past the last bytes read or written.
+    uint64_t _position = 0;
     bool _allowEdit = false;
     std::vector<uint8_t> _cacheBuffer;
     std::map<std::string, BlockList> _bufferDict;

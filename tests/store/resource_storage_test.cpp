@@ -10,6 +10,7 @@
 #include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
 #include "platform/Paths.h"
+#include "store/SCCacheFilePool.h"
 #include "store/SCResource.h"
 
 #include "support/TestEnvironment.h"
@@ -191,6 +192,27 @@ TEST_F(ResourceStorageTest, CleanedStorageRefusesEverythingAndDeletesItsFile) {
     ASSERT_EQ(storage->blocksWithKey("k").size(), 1u);
     EXPECT_EQ(storage->blocksWithKey("k")[0].location(), 0u);
     EXPECT_EQ(storage->readDataWithKey("k"), std::vector<uint8_t>());
+}
+
+TEST_F(ResourceStorageTest, StoragesOutnumberingTheOpenFilesKeepTheirPositionsAndContents) {
+    const size_t count = 3 * SCCacheFilePool::defaultCapacity;
+    std::vector<std::shared_ptr<SCResourceStorage>> storages;
+    for (size_t i = 0; i < count; ++i) {
+        auto storage = SCResourceStorage::create();
+        storage->appendData(bytes(20000, static_cast<uint8_t>(i)));
+        storage->writeData(bytes(10, static_cast<uint8_t>(i + 1)), "key");
+        storages.push_back(roundTrip(storage));
+    }
+    EXPECT_LE(SCCacheFilePool::shared().openCount(), SCCacheFilePool::defaultCapacity);
+    for (size_t i = 0; i < count; ++i) {
+        ASSERT_TRUE(storages[i]) << i;
+        EXPECT_EQ(storages[i]->readDataOfLength(2, 100), bytes(2, static_cast<uint8_t>(i + 100))) << i;
+    }
+    // Each plain read goes on from that storage's own position.
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_EQ(storages[i]->readDataOfLength(1), bytes(1, static_cast<uint8_t>(i + 102))) << i;
+        EXPECT_EQ(storages[i]->readDataWithKey("key"), bytes(10, static_cast<uint8_t>(i + 1))) << i;
+    }
 }
 
 }  // namespace
