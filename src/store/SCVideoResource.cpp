@@ -1,5 +1,7 @@
 #include "store/SCVideoResource.h"
 
+#include <algorithm>
+
 #include "codec/QVTimebase.h"
 #include "foundation/QMCommon.h"
 #include "platform/Log.h"
@@ -152,16 +154,17 @@ void SCVideoResource::fillCache(int64_t timestamp) {
     const SCVideoBlock& block = *_cacheVideoBlock;
     const std::vector<uint8_t> bytes =
         _storage ? _storage->readDataOfLength(block.length(), block.offset()) : std::vector<uint8_t>();
-    // A block that reaches past the end of the file, or whose thumbnail would be longer than
-    // the block, reads as nothing.
-    if (bytes.empty() || bytes.size() < block.length() || block.thumbLength() > bytes.size()) {
+    if (bytes.empty()) {
         QMLog("Failed to read video image cache buffer.");
         _cacheVideoBlock.reset();
         return;
     }
+    // A block that runs past the end of the file is split by the bytes that were read: the
+    // thumbnail is their tail, the picture what comes before it.
     const std::span<const uint8_t> all(bytes);
     if (block.thumbLength() != 0) {
-        const size_t pictureLength = bytes.size() - block.thumbLength();
+        const size_t thumbLength = std::min<size_t>(block.thumbLength(), bytes.size());
+        const size_t pictureLength = bytes.size() - thumbLength;
         _cacheCGimage = SCResource::decodeCGImage(all.first(pictureLength));
         _cacheThumbImage = SCResource::decodeCGImage(all.subspan(pictureLength));
     } else {

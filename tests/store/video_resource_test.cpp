@@ -202,17 +202,35 @@ TEST_F(VideoResourceTest, DamagedBlocksGiveNothingAndNeverCrash) {
     const auto video = SCVideoResource::createWithStorage(
         storage,
         {SCVideoBlock::createWithOffset(junk, 3000, 0, 100),              // not a JPEG
-         SCVideoBlock::createWithOffset(size + 4000, 500, 100, 100),      // runs past the end of the file
+         SCVideoBlock::createWithOffset(size + 4000, 500, 100, 100),      // runs past the end into zeros
          SCVideoBlock::createWithOffset(1u << 30, 100, 200, 100),         // starts past the end
          SCVideoBlock::createWithOffset(0, size, 300, 100, size + 1)},    // thumbnail longer than the block
         32, 24);
     LogCapture capture;
     EXPECT_EQ(video->cgImageAtTimestamp(50), nullptr);
-    EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 0u);
     EXPECT_EQ(video->cgImageAtTimestamp(150), nullptr);
+    EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 0u);
     EXPECT_EQ(video->cgImageAtTimestamp(250), nullptr);
-    EXPECT_EQ(video->thumbImageAtTimestamp(350), nullptr);
-    EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 3u);
+    EXPECT_EQ(capture.count("Failed to read video image cache buffer."), 1u);
+    // All that was read counts as the thumbnail, which leaves no picture.
+    EXPECT_EQ(video->cgImageAtTimestamp(350), nullptr);
+    EXPECT_TRUE(showsFrame(video->thumbImageAtTimestamp(350), 0));
+}
+
+TEST_F(VideoResourceTest, ABlockRunningPastTheEndOfTheFileDecodesTheBytesThatWereRead) {
+    for (const bool thumbs : {false, true}) {
+        const auto stored = makeVideo({{0, 100}}, thumbs);
+        const SCVideoBlock& block = *stored->blocks()[0];
+        const auto video = SCVideoResource::createWithStorage(
+            stored->storage(), {SCVideoBlock::createWithOffset(0, block.length() + 300, 0, 100, block.thumbLength())},
+            32, 24);
+        LogCapture capture;
+        EXPECT_TRUE(showsFrame(video->cgImageAtTimestamp(50), 0)) << thumbs;
+        const auto thumb = video->thumbImageAtTimestamp(50);
+        ASSERT_TRUE(thumb);
+        EXPECT_EQ(thumb->width(), thumbs ? 8 : 32);
+        EXPECT_TRUE(capture.lines().empty());
+    }
 }
 
 TEST_F(VideoResourceTest, ArchiveRoundTripKeepsBlocksAndSize) {
