@@ -83,7 +83,7 @@ public:
 
     // The whole file from offset 0, without flushing the buffer.
     std::vector<uint8_t> readAllData();
-    // Up to `length` bytes from the file's current position, without flushing.
+    // Up to `length` bytes from where the last read or write stopped, without flushing.
     std::vector<uint8_t> readDataOfLength(uint64_t length);
     // Flushes, then up to `length` bytes at `offset` (fewer at the end of the file).
     std::vector<uint8_t> readDataOfLength(uint64_t length, uint64_t offset);
