@@ -341,6 +341,10 @@ std::shared_ptr<QVSampleBuffer> QVMediaClip::sampleBufferWithRange(const QVRange
     if (!audio || (!ignoreMute && mute())) return nullptr;
     const auto wanted = sampleRangeWithSampleDescription(description).intersectionRange(range);
     if (!wanted) return nullptr;
+    // Cached sound of another placement lies at the wrong track positions.
+    if (_cacheSampleBuffer && _cachePlacement != std::make_pair(timestampOfTrack(), _timestampOfResource)) {
+        resetSoundCache();
+    }
     std::shared_ptr<QVSampleBuffer> sound;
     if (_cacheSampleBuffer && _cacheSampleBuffer->sampleRange().containRange(*wanted) &&
         _cacheSampleBuffer->sampleDescription().isEqualTo(description)) {
@@ -409,6 +413,7 @@ void QVMediaClip::fillSoundCache(SCAudioResource& audio, QVRange next, const QVR
                 resampled, QVRange(wanted.location(), resampled->numberOfSamples()));
             if (!_cacheSampleBuffer) return;
             _cacheSourceRange = next;
+            _cachePlacement = {timestampOfTrack(), _timestampOfResource};
         } else {
             _cacheSampleBuffer->appendData(resampled->dataOfPackedSamples());
             _cacheSourceRange = QVRange(_cacheSourceRange->location(), _cacheSourceRange->length() + next.length());

@@ -5,6 +5,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "codec/QVTimebase.h"
 #include "foundation/QVRange.h"
@@ -26,8 +27,9 @@ class SCVideoResource;
 // Sound comes in any requested format. When the resource's format differs from the request, the
 // clip keeps a rolling cache of resampled sound in track samples of the request, fed by one
 // running resampler, so that reading forward in small blocks stays continuous. A jump back, or
-// forward by more than a fifth of a second, starts over. The cache is trimmed by its front half
-// once it holds cacheTrimThreshold samples. One reader of a clip's sound at a time.
+// forward by more than a fifth of a second, starts over, and so does a read after the clip or its
+// source offset moved. The cache is trimmed by its front half once it holds cacheTrimThreshold
+// samples. One reader of a clip's sound at a time.
 //
 // Setters of the fades and of timestampOfResource record their inverse on the owner's undo
 // manager. Observable keys, besides QVClip's: "fadeIn", "fadeOut", "durationOfFadeIn",
@@ -173,6 +175,8 @@ private:
     std::shared_ptr<SCResource> _resource;
     std::shared_ptr<QVMutableSampleBuffer> _cacheSampleBuffer;
     std::optional<QVRange> _cacheSourceRange;
+    // timestampOfTrack and timestampOfResource when the cache was started.
+    std::pair<int64_t, int64_t> _cachePlacement;
     std::shared_ptr<QVResampleContext2> _resampleContext;
     std::shared_ptr<const Bitmap> _thumbnail;
     bool _fadeIn = false;

@@ -368,6 +368,24 @@ TEST_F(ResampledSoundTest, AJumpBackStartsOverAndASmallJumpForwardContinues) {
     EXPECT_EQ(far, values(freshFar->sampleBufferWithRange(QVRange(start + 30000, 1024), kStereo48k)));
 }
 
+TEST_F(ResampledSoundTest, MovingTheClipOrItsSourceOffsetStartsANewCache) {
+    auto clip = freshClip();
+    inBlocks(*clip, 48000, 48000 + 4096, 1024);
+    clip->setTimestampOfResource(kSec / 4);
+    auto offset = freshClip();
+    offset->setTimestampOfResource(kSec / 4);
+    EXPECT_EQ(values(clip->sampleBufferWithRange(QVRange(48000 + 1024, 1024), kStereo48k)),
+              values(offset->sampleBufferWithRange(QVRange(48000 + 1024, 1024), kStereo48k)));
+
+    inBlocks(*clip, 48000 + 2048, 48000 + 4096, 1024);
+    clip->setTimestampOfTrack(kSec + kSec / 100);
+    auto moved = freshClip();
+    moved->setTimestampOfResource(kSec / 4);
+    moved->setTimestampOfTrack(kSec + kSec / 100);
+    EXPECT_EQ(values(clip->sampleBufferWithRange(QVRange(48000 + 3072, 1024), kStereo48k)),
+              values(moved->sampleBufferWithRange(QVRange(48000 + 3072, 1024), kStereo48k)));
+}
+
 TEST_F(ResampledSoundTest, AnotherRequestedFormatStartsANewCache) {
     auto clip = freshClip();
     inBlocks(*clip, 48000, 48000 + 2048, 1024);
