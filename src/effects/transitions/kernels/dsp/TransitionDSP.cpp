@@ -7,6 +7,10 @@
 #include "effects/transitions/kernels/dsp/PlainSimd.h"
 #include "effects/transitions/kernels/dsp/RippleWave.h"
 
+#if defined(__x86_64__)
+#include "effects/transitions/kernels/dsp/x86/TransitionDSPAVX2.h"
+#endif
+
 namespace qm::kernels {
 
 namespace {
@@ -24,6 +28,23 @@ const TransitionDSP kPlainTransitionDSP{
 
 }  // namespace
 
-const TransitionDSP& transitionDSP() { return kPlainTransitionDSP; }
+const TransitionDSP* transitionDSP(DSPLevel level) {
+    switch (level) {
+        case DSPLevel::Plain:
+            return &kPlainTransitionDSP;
+        case DSPLevel::AVX2:
+#if defined(__x86_64__)
+            return &avx2TransitionDSP();
+#else
+            return nullptr;
+#endif
+    }
+    return nullptr;
+}
+
+const TransitionDSP& transitionDSP() {
+    static const TransitionDSP& chosen = *transitionDSP(dspLevel());
+    return chosen;
+}
 
 }  // namespace qm::kernels

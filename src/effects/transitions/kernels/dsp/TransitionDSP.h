@@ -12,11 +12,14 @@
 #include "effects/transitions/kernels/support/SphereShading.h"
 #include "image/ImageTile.h"
 #include "image/TileScratch.h"
+#include "image/dsp/DSPLevel.h"
 
 namespace qm::kernels {
 
-// The transitions' loops that gain from a wider instruction set, in one table: for now each entry
-// is the plain C++ reference, a template of dsp/*.h over PlainSimd.
+// The transitions' loops that run faster built for AVX2, in one table. Each entry has a plain C++
+// reference (dsp/) and an AVX2 version (dsp/x86/) that gives the same bytes. Most AVX2 versions
+// are the reference's own source (the templates of dsp/*.h over PlainSimd or AVX2Simd) built with
+// -mavx2.
 struct TransitionDSP {
     using Inputs = std::span<const ConstImageTile>;
 
@@ -38,7 +41,10 @@ struct TransitionDSP {
     void (*foldBytePanels)(const PanelRun&, const ConstImageTile& from, float* dst, ClearSpan& clear);
 };
 
-// The entries the kernels call.
+// The entries dspLevel() picks.
 const TransitionDSP& transitionDSP();
+
+// The entries of `level`; null where this build has none (AVX2 off x86-64).
+const TransitionDSP* transitionDSP(DSPLevel level);
 
 }  // namespace qm::kernels
