@@ -6,9 +6,11 @@
 #include <vector>
 
 #include "effects/transitions/PSTransition.h"
-#include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/PageCurlGeometry.h"
+#include "effects/transitions/kernels/support/Runs.h"
+#include "effects/transitions/kernels/support/SphereShading.h"
 #include "image/RenderContext.h"
+#include "image/TileScratch.h"
 
 using namespace qm;
 using namespace qm::kernels;
@@ -81,8 +83,9 @@ TEST(KernelGeometryTest, ShadingProfileFollowsTheSphereItIsTakenFrom) {
     RenderContext::create()->renderFloat(shadingImage, extent, pixels.data(), size_t(width) * 4);
     const ConstImageTile tile(PixelRect::enclosing(extent), pixels.data(), std::ptrdiff_t(width) * 4);
     const SphereShading sphere(tile, extent);
+    TileScratch scratch;
     for (const auto& [dx, dy] : {std::pair{0.70710677f, -0.70710677f}, std::pair{1.0f, 0.0f}, std::pair{-0.6f, 0.8f}}) {
-        const ShadingProfile profile(sphere, dx, dy);
+        const ShadingProfile profile(sphere, dx, dy, scratch);
         for (float s = -1.0f; s <= 1.0f; s += 0.0137f) {
             const Float4 expected = sphere.light(s * dx, s * dy);
             const Float4 actual = profile.light(s);

@@ -8,9 +8,11 @@
 
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
-#include "effects/transitions/kernels/KernelSupport.h"
 #include "effects/transitions/kernels/TransitionKernels.h"
+#include "effects/transitions/kernels/support/CoarseField.h"
+#include "image/PixelMath.h"
 #include "image/RenderContext.h"
+#include "image/TileScratch.h"
 #include "platform/Bitmap.h"
 
 using namespace qm;
@@ -245,11 +247,12 @@ TEST(TransitionKernelTest, CoarseFieldFourAtATimeMatchesOneAtATime) {
     const PixelRect rect{-5, 3, 37, 11};
     const auto scalar = [](float cx, float cy) { return std::sqrt(std::fabs(cx)) * 0.25f + cx * cy * 0.01f; };
     const auto lanes = [](Float4 cx, float cy) { return sqrtFloat4(cx < 0.0f ? -cx : cx) * 0.25f + cx * cy * 0.01f; };
-    kernels::CoarseField one;
-    kernels::CoarseField four;
+    TileScratch scratch;
     for (int shift : {1, 2, 3}) {
-        one.fill(rect, shift, scalar);
-        four.fill4(rect, shift, lanes);
+        kernels::CoarseField one(scratch, rect, shift);
+        kernels::CoarseField four(scratch, rect, shift);
+        one.fill(scalar);
+        four.fill4(lanes);
         for (int y = rect.y; y < rect.maxY(); ++y) {
             std::vector<float> expected;
             const kernels::CoarseField::Row oneRow = one.row(y);

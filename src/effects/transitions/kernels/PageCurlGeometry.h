@@ -5,10 +5,24 @@
 #include <numbers>
 #include <utility>
 
-#include "effects/transitions/kernels/KernelSupport.h"
+#include "effects/transitions/kernels/support/ExtentGeometry.h"
+#include "effects/transitions/kernels/support/LaneMath.h"
+#include "effects/transitions/kernels/support/Runs.h"
+#include "image/ImageTile.h"
 #include "platform/Geometry.h"
 
-// The geometry of the page curl (see PageCurlKernels.cpp).
+// The geometry of the page curl.
+//
+// Along the unit vector d of the angle, with u the position of a point along d measured from the
+// centre of the page: the page is rolled up behind the fold line u = L around a cylinder of radius
+// r lying on it. Page material at position s < L lies at arc length a = L - s from the fold: for
+// a <= pi r on the cylinder at angle a / r (seen at u = L - r sin(a / r)), beyond it flat on top of
+// the page, facing down, at u = 2L - pi r - s. So a point with L - r <= u < L sees the upper half
+// of the roll (the back of the page) over its lower half (the front), a point with u >= L sees the
+// flat top part (back) over the unrolled page (front), and the target shows where no page is.
+// L runs from the first corner of the page (time 0) until everything, roll included, is past the
+// last corner (time 1). On a page shorter than 2 pi r along d the radius shrinks to fit, so that
+// small pictures (thumbnails) still show the curl.
 namespace qm::kernels {
 
 constexpr float kPi = std::numbers::pi_v<float>;
@@ -37,8 +51,8 @@ struct CurlGeometry {
     // along() of four points on the row y, with the same steps.
     Float4 along4(Float4 x, float y) const { return (x - ox) * dx + (y - oy) * dy; }
     bool onPage(float x, float y) const { return x > minX && x < maxX && y > minY && y < maxY; }
-    // onPage() of four points, as lane bits.
-    int onPage4(Float4 x, Float4 y) const { return laneBits((x > minX) & (x < maxX) & (y > minY) & (y < maxY)); }
+    // onPage() of four points, as a vector comparison.
+    Int4 onPageLanes(Float4 x, Float4 y) const { return (x > minX) & (x < maxX) & (y > minY) & (y < maxY); }
     // Where the flat top part over the point at centre (cx, cy) has its page material: the
     // point's mirror image across u = L - pi r / 2.
     Point mirror(float cx, float cy) const {
@@ -73,6 +87,21 @@ inline CurlGeometry makeGeometry(float t, const Rect& page, double angle, double
     g.maxY = float(page.maxY()) + 1.0f;
     return g;
 }
+
+// The least and greatest position along d of the corners of `rect`.
+Span alongRect(const CurlGeometry& g, const Rect& rect);
+
+// Whether positions in `span` along d reach the roll.
+bool touchesRoll(const CurlGeometry& g, const Span& span);
+
+// What the front (the unrolled page and the lower half of the roll) reads for `rect`: the pixels
+// themselves where the page lies flat, up to (pi / 2 - 1) r behind them under the roll.
+Rect frontRegion(const CurlGeometry& g, const Rect& rect);
+
+// What the back (the upper half of the roll and the flat top part) reads for `rect`: under the
+// roll from pi r down to (pi / 2 - 1) r behind each point, under the top part the point's mirror
+// image across u = L - pi r / 2.
+Rect backRegion(const CurlGeometry& g, const Rect& rect);
 
 // The pixels x0 <= x < x1 of row cy split by whether their mirror image (CurlGeometry::mirror)
 // lies on the page: each(from, to, onPage) for consecutive runs. The images lie along a straight
