@@ -6,6 +6,7 @@
 
 #include "image/ImageTile.h"
 #include "image/PixelMath.h"
+#include "image/dsp/BitmapView.h"
 
 namespace qm {
 
@@ -47,40 +48,6 @@ void premultipliedToBytes(const float* src, uint8_t* dst, int count);
 // limited-range YUV: Y of each into y0 and y1 (y1 null: none), U and V of each 2 x 2 block into u
 // and v. Colours are clamped to 0..1 first; transparent counts as black.
 void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u, uint8_t* v);
-
-// Premultiplied RGBA8 pixels of a bitmap seen in image coordinates (y up), readable within
-// `bounds`.
-struct BitmapView {
-    const uint8_t* rowZero = nullptr;  // image row 0 (the bitmap's bottom row)
-    std::ptrdiff_t stride = 0;         // bytes between bitmap rows; image row y starts at rowZero - y * stride
-    PixelRect bounds;
-    // Bytes from a pixel a row reads to where rows sampled later will read; fetched ahead of them.
-    std::ptrdiff_t readAhead = 0;
-
-    const uint8_t* at(int x, int y) const { return rowZero - std::ptrdiff_t(y) * stride + std::ptrdiff_t(x) * 4; }
-    // Pixel (x, y) as 0..255 floats, transparent outside bounds.
-    Float4 pixel(int x, int y) const {
-        if (x < bounds.x || y < bounds.y || x >= bounds.maxX() || y >= bounds.maxY()) return splat(0.f);
-        return bytesToFloat4(at(x, y));
-    }
-    // Bilinear sample (0..255) at pixel position (u, v) in 16.16 fixed point, pixel centres on
-    // whole numbers, rounded to 1/128 pixel; transparent beyond bounds.
-    Float4 sample(int64_t u, int64_t v) const {
-        const int64_t ru = (u + 256) >> 9;
-        const int64_t rv = (v + 256) >> 9;
-        const int x0 = int(ru >> 7);
-        const int y0 = int(rv >> 7);
-        const int wx = int(ru & 127);
-        const int wy = int(rv & 127);
-        if (unsigned(x0 - bounds.x) < unsigned(bounds.width - 1) && unsigned(y0 - bounds.y) < unsigned(bounds.height - 1)) {
-            const uint8_t* lower = at(x0, y0);
-            return bilinearBytes(lower, lower - stride, wx, wy);
-        }
-        const float tx = float(wx) / 128.f;
-        const float ty = float(wy) / 128.f;
-        return mix(mix(pixel(x0, y0), pixel(x0 + 1, y0), tx), mix(pixel(x0, y0 + 1), pixel(x0 + 1, y0 + 1), tx), ty);
-    }
-};
 
 // Four bilinear samples of RGBA8 bytes into out[0..15]: sample k is
 // scale * bilinearBytes(p, p + up, wx[k], wy[k]) with p = origin + offsets[k].

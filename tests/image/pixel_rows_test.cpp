@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <limits>
+#include <random>
 #include <vector>
 
 #include "image/ImageTestSupport.h"
@@ -95,6 +97,33 @@ TEST(PixelRowsTest, FourBilinearSamplesAtOnceMatchTheOneAtATimeSample) {
     }
 }
 
+TEST(PixelRowsTest, BilinearBytesRoundEachBlendToWholeSteps) {
+    // The vector lanes against the one blend they stand for, channel by channel, over extreme
+    // bytes and weights.
+    std::mt19937 random(5);
+    const uint8_t levels[] = {0, 1, 2, 127, 128, 129, 254, 255};
+    const int weights[] = {0, 1, 2, 63, 64, 65, 126, 127, 128};
+    for (int trial = 0; trial < 3000; ++trial) {
+        uint8_t lower[8], upper[8];
+        for (int i = 0; i < 8; ++i) {
+            lower[i] = levels[random() % std::size(levels)];
+            upper[i] = levels[random() % std::size(levels)];
+        }
+        const int wx = weights[random() % std::size(weights)], wy = weights[random() % std::size(weights)];
+        const Float4 sample = bilinearBytes(lower, upper, wx, wy);
+        for (int c = 0; c < 4; ++c) {
+            const int left = fixed::blend<int>(lower[c], upper[c], wy);
+            const int right = fixed::blend<int>(lower[4 + c], upper[4 + c], wy);
+            ASSERT_EQ(sample[c], float(fixed::blend(left, right, wx))) << "trial " << trial << ", channel " << c;
+        }
+    }
+    // Weights at their ends pick a pixel whole.
+    const uint8_t a[8] = {10, 20, 30, 40, 50, 60, 70, 80}, b[8] = {90, 100, 110, 120, 130, 140, 150, 160};
+    EXPECT_EQ(bilinearBytes(a, b, 0, 0)[1], 20.f);
+    EXPECT_EQ(bilinearBytes(a, b, 128, 0)[1], 60.f);
+    EXPECT_EQ(bilinearBytes(a, b, 128, 128)[1], 140.f);
+}
+
 TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
     // Rows starting on and between group boundaries, left of zero, with and without a tail.
     std::vector<float> reduced(40 * 4);
@@ -119,10 +148,13 @@ TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
 }
 
 TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
-    // Values below 0, above 1 and in between, over a count that leaves a tail.
+    // Values below 0, above 1 and in between, NaN and infinities, over a count that leaves a tail.
     const int count = 29;
     std::vector<float> pixels(size_t(count) * 4);
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = float((i * 37) % 101) / 70.f - 0.2f;
+    pixels[9] = std::numeric_limits<float>::quiet_NaN();
+    pixels[10] = std::numeric_limits<float>::infinity();
+    pixels[11] = -std::numeric_limits<float>::infinity();
     std::vector<uint8_t> fast(pixels.size()), general(pixels.size());
     premultipliedToBytes(pixels.data(), fast.data(), count);
     floatsToBytes(pixels.data(), general.data(), count, false, false);
@@ -130,6 +162,24 @@ TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
     EXPECT_EQ(fast[0], 0);  // -0.2 clamps to 0
     EXPECT_EQ(fast[1], std::lround(255 * (37 / 70.f - 0.2f)));
     EXPECT_EQ(fast[5], 255);  // 1.0
+    EXPECT_EQ(fast[9], 0);
+    EXPECT_EQ(fast[10], 255);
+    EXPECT_EQ(fast[11], 0);
+}
+
+TEST(PixelRowsTest, StraightAndSwappedBytes) {
+    // Colour divided by alpha (none for transparent or NaN alpha), then red and blue swapped.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float pixels[] = {0.25f, 0.1f, 0.f,  0.5f, 0.3f, 0.2f, 0.1f, 0.f,
+                            0.3f,  0.2f, 0.1f, nan,  0.6f, 0.9f, 2.f,  0.5f};
+    uint8_t straight[16], swapped[16];
+    floatsToBytes(pixels, straight, 4, true, false);
+    floatsToBytes(pixels, swapped, 4, true, true);
+    const uint8_t expected[16] = {128, 51, 0, 128, 0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255, 128};
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(straight[i], expected[i]) << i;
+        EXPECT_EQ(swapped[i], expected[(i & ~3) + (i % 4 == 3 ? 3 : 2 - i % 4)]) << i;
+    }
 }
 
 TEST(PixelRowsTest, YUVRowsFollowTheLimitedRangeFormula) {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "image/ImageTile.h"
 
@@ -15,13 +17,52 @@ constexpr int kWeightOne = 1 << kWeightBits;
 // A fraction 0..1 as a weight, rounded to the nearest step.
 inline int weight(float fraction) { return int(fraction * float(kWeightOne) + 0.5f); }
 inline Int4 weight(Float4 fraction) { return __builtin_convertvector(fraction * float(kWeightOne) + 0.5f, Int4); }
+// A weight as the fraction 0..1 it stands for.
+inline float fraction(int weight) { return float(weight) / float(kWeightOne); }
 
-// Positions in 16.16 fixed point, rounded to 1/128 pixel: the whole pixel is steps >> 7, the
-// weight steps & 127.
-inline int64_t steps(int64_t position16) { return (position16 + 256) >> 9; }
+// Positions in 16.16 fixed point, sampled in steps of 1/128 pixel (rounded to the nearest): the
+// whole pixel is steps >> 7, the weight steps & 127.
+constexpr int kPositionBits = 16;
+constexpr int kStepShift = kPositionBits - kWeightBits;
+constexpr int64_t kPositionOne = int64_t(1) << kPositionBits;
+inline int64_t position(double pixels) { return std::llround(pixels * double(kPositionOne)); }
+inline double pixels(int64_t position16) { return double(position16) / double(kPositionOne); }
+inline int64_t steps(int64_t position16) { return (position16 + (int64_t(1) << (kStepShift - 1))) >> kStepShift; }
+inline int wholePixel(int64_t steps) { return int(steps >> kWeightBits); }
+inline int stepWeight(int64_t steps) { return int(steps & (kWeightOne - 1)); }
 
 // a + (b - a) * w / 128, rounded as the 16-bit vector code rounds it: with 64 added before an
-// arithmetic shift right by 7. |b - a| * 128 fits in 16 bits for byte values.
-inline int blend(int a, int b, int w) { return a + (((b - a) * w + (kWeightOne >> 1)) >> kWeightBits); }
+// arithmetic shift right by 7. |b - a| * 128 fits in 16 bits for byte values. Lanes is int or a
+// vector of 16-bit lanes.
+template <typename Lanes>
+inline Lanes blend(Lanes a, Lanes b, Lanes w) {
+    return a + (((b - a) * w + (kWeightOne >> 1)) >> kWeightBits);
+}
+
+// Eight 16-bit lanes: the channels of two RGBA8 pixels.
+using Short8 = int16_t __attribute__((vector_size(16)));
+
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "bytes widen to 16-bit lanes by interleaving zeros");
+
+// The two RGBA8 pixels at `p`, each channel in a 16-bit lane.
+inline Short8 twoPixels(const uint8_t* p) {
+    using Byte16 = uint8_t __attribute__((vector_size(16)));
+    using Long2 = uint64_t __attribute__((vector_size(16)));
+    uint64_t bits;
+    std::memcpy(&bits, p, sizeof bits);
+    // Zeros interleaved with the bytes widen them. Each index names a zero lane of its own, which
+    // the compiler turns into a single unpack.
+    return Short8(__builtin_shufflevector(Byte16(Long2{bits, 0}), Byte16{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6,
+                                          22, 7, 23));
+}
+
+// The bilinear sample of two horizontally adjacent RGBA8 pixels at `lower` and the two at `upper`:
+// up by wy first, then across by wx. Channels 0..255 in lanes 0-3.
+inline Int4 bilinear(const uint8_t* lower, const uint8_t* upper, int wx, int wy) {
+    const Short8 vertical = blend(twoPixels(lower), twoPixels(upper), Short8{} + int16_t(wy));
+    const Short8 right = __builtin_shufflevector(vertical, vertical, 4, 5, 6, 7, 4, 5, 6, 7);
+    const Short8 across = blend(vertical, right, Short8{} + int16_t(wx));
+    return Int4(__builtin_shufflevector(across, Short8{}, 0, 8, 1, 9, 2, 10, 3, 11));
+}
 
 }  // namespace qm::fixed
