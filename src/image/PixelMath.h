@@ -7,14 +7,6 @@
 #include "image/ImageTile.h"
 #include "image/dsp/FixedPoint.h"
 
-// Marks a function to be built twice, for AVX2 and for any x86-64; the better one is picked when the
-// program starts.
-#if defined(__x86_64__) && !defined(__clang__)
-#define QM_AVX2_CLONES __attribute__((target_clones("avx2", "default")))
-#else
-#define QM_AVX2_CLONES
-#endif
-
 namespace qm {
 
 // Small per-pixel helpers shared by the node implementations and the transition kernels, in plain
