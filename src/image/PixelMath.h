@@ -6,6 +6,7 @@
 
 #include "image/ImageTile.h"
 #include "image/dsp/FixedPoint.h"
+#include "image/dsp/Lanes.h"
 
 namespace qm {
 
@@ -46,7 +47,17 @@ inline Float4 bilinearBytes(const uint8_t* lower, const uint8_t* upper, int wx, 
 // `count` RGBA8 pixels to premultiplied floats 0..1, inline for a few pixels at a time (long rows
 // go faster through bytesToFloatRow).
 inline void bytesToFloats(const uint8_t* src, float* dst, int count) {
-    for (int i = 0; i < count; ++i) storeFloat4(dst + 4 * i, bytesToFloat4(src + 4 * i) * kByteToFloat);
+    int i = 0;
+    for (; i + 4 <= count; i += 4) {
+        const Byte16 bytes = loadBytes<16>(src + 4 * i);
+        const Short8 low = lowBytesWidened(bytes), high = highBytesWidened(bytes);
+        float* out = dst + 4 * i;
+        storeFloat4(out, __builtin_convertvector(lowWordsWidened(low), Float4) * kByteToFloat);
+        storeFloat4(out + 4, __builtin_convertvector(highWordsWidened(low), Float4) * kByteToFloat);
+        storeFloat4(out + 8, __builtin_convertvector(lowWordsWidened(high), Float4) * kByteToFloat);
+        storeFloat4(out + 12, __builtin_convertvector(highWordsWidened(high), Float4) * kByteToFloat);
+    }
+    for (; i < count; ++i) storeFloat4(dst + 4 * i, bytesToFloat4(src + 4 * i) * kByteToFloat);
 }
 
 // A premultiplied pixel clamped to 0..1 (NaN to 0) as the nearest byte steps, 0.5..255.5 before

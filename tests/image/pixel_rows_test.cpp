@@ -172,3 +172,16 @@ TEST(PixelMathTest, LaneFloorAndSquareRootMatchTheScalarOnes) {
         }
     }
 }
+
+TEST(PixelMathTest, BytesBecomeFloatsChannelByChannel) {
+    // Every byte value, over counts that fill groups of four pixels and leave tails (which go
+    // through bytesToFloat4).
+    std::vector<uint8_t> bytes(4 * 75);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i * 7 + 3);
+    for (int count : {0, 1, 3, 4, 5, 8, 75}) {
+        std::vector<float> floats(size_t(4 * count), -1.f);
+        bytesToFloats(bytes.data(), floats.data(), count);
+        for (size_t i = 0; i < floats.size(); ++i)
+            ASSERT_EQ(floats[i], float(bytes[i]) * kByteToFloat) << "count " << count << ", float " << i;
+    }
+}

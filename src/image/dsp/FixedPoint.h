@@ -2,9 +2,9 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstring>
 
 #include "image/ImageTile.h"
+#include "image/dsp/Lanes.h"
 
 // The fixed-point steps that byte pictures are sampled in. Every fast path and its plain reference
 // use these, so that both give the same bytes.
@@ -39,22 +39,8 @@ inline Lanes blend(Lanes a, Lanes b, Lanes w) {
     return a + (((b - a) * w + (kWeightOne >> 1)) >> kWeightBits);
 }
 
-// Eight 16-bit lanes: the channels of two RGBA8 pixels.
-using Short8 = int16_t __attribute__((vector_size(16)));
-
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "bytes widen to 16-bit lanes by interleaving zeros");
-
 // The two RGBA8 pixels at `p`, each channel in a 16-bit lane.
-inline Short8 twoPixels(const uint8_t* p) {
-    using Byte16 = uint8_t __attribute__((vector_size(16)));
-    using Long2 = uint64_t __attribute__((vector_size(16)));
-    uint64_t bits;
-    std::memcpy(&bits, p, sizeof bits);
-    // Zeros interleaved with the bytes widen them. Each index names a zero lane of its own, which
-    // the compiler turns into a single unpack.
-    return Short8(__builtin_shufflevector(Byte16(Long2{bits, 0}), Byte16{}, 0, 16, 1, 17, 2, 18, 3, 19, 4, 20, 5, 21, 6,
-                                          22, 7, 23));
-}
+inline Short8 twoPixels(const uint8_t* p) { return lowBytesWidened(loadBytes<8>(p)); }
 
 // The bilinear sample of two horizontally adjacent RGBA8 pixels at `lower` and the two at `upper`:
 // up by wy first, then across by wx. Channels 0..255 in lanes 0-3.
@@ -62,7 +48,7 @@ inline Int4 bilinear(const uint8_t* lower, const uint8_t* upper, int wx, int wy)
     const Short8 vertical = blend(twoPixels(lower), twoPixels(upper), Short8{} + int16_t(wy));
     const Short8 right = __builtin_shufflevector(vertical, vertical, 4, 5, 6, 7, 4, 5, 6, 7);
     const Short8 across = blend(vertical, right, Short8{} + int16_t(wx));
-    return Int4(__builtin_shufflevector(across, Short8{}, 0, 8, 1, 9, 2, 10, 3, 11));
+    return lowWordsWidened(across);
 }
 
 }  // namespace qm::fixed
