@@ -6,6 +6,7 @@
 #include "image/PixelMath.h"
 #include "image/PixelRows.h"
 #include "image/RenderPass.h"
+#include "image/dsp/FixedPoint.h"
 #include "platform/Bitmap.h"
 
 namespace qm {
@@ -175,17 +176,16 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
     }
     // Positions in 16.16 fixed point step along each row; each output pixel averages its samples,
     // offset by `offsets` from the pixel's centre.
-    const int64_t du = std::llround(_inverse.m11 * 65536);
-    const int64_t dv = std::llround(_inverse.m12 * 65536);
+    const int64_t du = fixed::position(_inverse.m11);
+    const int64_t dv = fixed::position(_inverse.m12);
     std::vector<std::pair<int64_t, int64_t>> offsets;
-    for (const auto& [ou, ov] : sampleOffsets())
-        offsets.emplace_back(std::llround(ou * 65536), std::llround(ov * 65536));
+    for (const auto& [ou, ov] : sampleOffsets()) offsets.emplace_back(fixed::position(ou), fixed::position(ov));
     const float scale = kByteToFloat / float(offsets.size());
     // Samples reach this far (in pixels) from a pixel's mapped centre; beyond it and one more
     // pixel around the bounds, a pixel is transparent.
     double reach = 1;
     for (const auto& [ou, ov] : offsets)
-        reach = std::max({reach, 1 + std::fabs(double(ou) / 65536), 1 + std::fabs(double(ov) / 65536)});
+        reach = std::max({reach, 1 + std::fabs(fixed::pixels(ou)), 1 + std::fabs(fixed::pixels(ov))});
     ScratchLease sampleLease;
     if (_samples > 1) sampleLease = ScratchLease::acquire(size_t(out.rect.width) * 4);
     float* samples = sampleLease.data();
@@ -193,15 +193,15 @@ void TransformNode::renderFromBitmap(const Bitmap& bitmap, const PixelRect& boun
         // Positions count from column 0 of the row, so a pixel's value does not depend on where its
         // tile starts.
         const Point p = _inverse.transformPoint({0.5, y + 0.5});
-        const int64_t rowU = std::llround((p.x - 0.5) * 65536) + out.rect.x * du;
-        const int64_t rowV = std::llround((p.y - 0.5) * 65536) + out.rect.x * dv;
+        const int64_t rowU = fixed::position(p.x - 0.5) + out.rect.x * du;
+        const int64_t rowV = fixed::position(p.y - 0.5) + out.rect.x * dv;
         float* dst = out.row(y);
         const int width = out.rect.width;
         // Only the pixels whose samples can touch the bitmap are sampled.
         const auto [firstU, lastU] =
-            spanWithin(double(rowU) / 65536, double(du) / 65536, bounds.x - reach, bounds.maxX() + reach, width);
+            spanWithin(fixed::pixels(rowU), fixed::pixels(du), bounds.x - reach, bounds.maxX() + reach, width);
         const auto [firstV, lastV] =
-            spanWithin(double(rowV) / 65536, double(dv) / 65536, bounds.y - reach, bounds.maxY() + reach, width);
+            spanWithin(fixed::pixels(rowV), fixed::pixels(dv), bounds.y - reach, bounds.maxY() + reach, width);
         const int first = std::max(firstU, firstV);
         const int last = std::max(first, std::min(lastU, lastV));
         std::fill(dst, dst + 4 * first, 0.f);

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "image/dsp/Lanes.h"
 #include "platform/Geometry.h"
 
 namespace qm {
@@ -31,9 +32,7 @@ constexpr float kByteToFloat = 1.f / 255.f;
 
 // Four bytes as 0..255 floats.
 inline Float4 bytesToFloat4(const uint8_t* p) {
-    Byte4 b;
-    std::memcpy(&b, p, 4);
-    return __builtin_convertvector(__builtin_convertvector(b, Int4), Float4);
+    return __builtin_convertvector(lowWordsWidened(lowBytesWidened(loadBytes<4>(p))), Float4);
 }
 // One RGBA8 pixel as 0..1 floats.
 inline Float4 bytePixel(const uint8_t* p) { return bytesToFloat4(p) * kByteToFloat; }

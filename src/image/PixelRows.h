@@ -6,87 +6,27 @@
 
 #include "image/ImageTile.h"
 #include "image/PixelMath.h"
+#include "image/dsp/BitmapView.h"
 
 namespace qm {
 
-// Loops over rows of premultiplied RGBA float pixels that every render runs many times. They work
-// on several pixels at a time and are built for AVX2 and for plain x86-64; the one the processor
-// supports runs. Both give the same results, bit for bit.
-
-// front = front + back * (1 - front alpha)
+// The rows of pixelDSP() under their own names, for code outside the table; dsp/PixelDSP.h says
+// what each does.
 void compositeUnder(float* front, const float* back, int count);
 void compositeUnderColor(float* front, Float4 back, int count);
-// `count` RGBA8 pixels to premultiplied floats 0..1 as bytesToFloats gives them, for long rows; or
-// each value times `scale` when given (a fade folded into the conversion).
 void bytesToFloatRow(const uint8_t* src, float* dst, int count, float scale = kByteToFloat);
-// values = values * factor over `count` floats.
 void scaleRow(float* values, int count, float factor);
-// pixels = color * (pixels alpha)
 void colorTimesAlpha(float* pixels, Float4 color, int count);
-// pixels = source * (pixels alpha)
 void sourceTimesAlpha(float* pixels, const float* source, int count);
-// pixels = c[0] * r + c[1] * g + c[2] * b + c[3] * a, pixel by pixel.
 void linearColor(float* pixels, int count, const std::array<Float4, 4>& columns);
-// True when every alpha is 1 or more.
 bool allOpaque(const float* pixels, int count);
-// out = a + (b - a) * t over `floats` floats.
 void mixRows(const float* a, const float* b, float t, float* out, int floats);
-// Enlarges `source` (a row of reduced pixels, the first standing at reduced index `first`) by
-// `factor`, a power of two: out pixel i (at output index x + i) blends reduced positions (x + i + 0.5) / factor - 0.5.
 void enlargeRow(const float* source, int first, int factor, int x, float* out, int count);
-
-// dst[i] = sum over t of weights[t] * src[i + t], for `count` pixels; src holds count + taps - 1
-// pixels.
 void convolveRow(const float* src, float* dst, int count, const float* weights, int taps);
-// dst = sum over t of weights[t] * rows[t], lane by lane over `floats` floats.
 void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps);
-// `count` premultiplied pixels to RGBA8 as floatsToBytes(src, dst, count, false, false) does.
 void premultipliedToBytes(const float* src, uint8_t* dst, int count);
-
-// Two rows of `width` pixels (`lower` may be `upper` for a last single row) to BT.709
-// limited-range YUV: Y of each into y0 and y1 (y1 null: none), U and V of each 2 x 2 block into u
-// and v. Colours are clamped to 0..1 first; transparent counts as black.
 void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u, uint8_t* v);
-
-// Premultiplied RGBA8 pixels of a bitmap seen in image coordinates (y up), readable within
-// `bounds`.
-struct BitmapView {
-    const uint8_t* rowZero = nullptr;  // image row 0 (the bitmap's bottom row)
-    std::ptrdiff_t stride = 0;         // bytes between bitmap rows; image row y starts at rowZero - y * stride
-    PixelRect bounds;
-    // Bytes from a pixel a row reads to where rows sampled later will read; fetched ahead of them.
-    std::ptrdiff_t readAhead = 0;
-
-    const uint8_t* at(int x, int y) const { return rowZero - std::ptrdiff_t(y) * stride + std::ptrdiff_t(x) * 4; }
-    // Pixel (x, y) as 0..255 floats, transparent outside bounds.
-    Float4 pixel(int x, int y) const {
-        if (x < bounds.x || y < bounds.y || x >= bounds.maxX() || y >= bounds.maxY()) return splat(0.f);
-        return bytesToFloat4(at(x, y));
-    }
-    // Bilinear sample (0..255) at pixel position (u, v) in 16.16 fixed point, pixel centres on
-    // whole numbers, rounded to 1/128 pixel; transparent beyond bounds.
-    Float4 sample(int64_t u, int64_t v) const {
-        const int64_t ru = (u + 256) >> 9;
-        const int64_t rv = (v + 256) >> 9;
-        const int x0 = int(ru >> 7);
-        const int y0 = int(rv >> 7);
-        const int wx = int(ru & 127);
-        const int wy = int(rv & 127);
-        if (unsigned(x0 - bounds.x) < unsigned(bounds.width - 1) && unsigned(y0 - bounds.y) < unsigned(bounds.height - 1)) {
-            const uint8_t* lower = at(x0, y0);
-            return bilinearBytes(lower, lower - stride, wx, wy);
-        }
-        const float tx = float(wx) / 128.f;
-        const float ty = float(wy) / 128.f;
-        return mix(mix(pixel(x0, y0), pixel(x0 + 1, y0), tx), mix(pixel(x0, y0 + 1), pixel(x0 + 1, y0 + 1), tx), ty);
-    }
-};
-
-// Four bilinear samples of RGBA8 bytes into out[0..15]: sample k is
-// scale * bilinearBytes(p, p + up, wx[k], wy[k]) with p = origin + offsets[k].
 void bilinearBytes4(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets, Int4 wx, Int4 wy, float scale, float* out);
-
-// out[i] = scale * bitmap.sample(u + i * du, v + i * dv) for `count` pixels.
 void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale, float* out,
                      int count);
 

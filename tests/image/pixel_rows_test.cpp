@@ -4,6 +4,8 @@
 #include <cmath>
 #include <cstring>
 #include <iterator>
+#include <limits>
+#include <random>
 #include <vector>
 
 #include "image/ImageTestSupport.h"
@@ -26,73 +28,47 @@ struct ViewedBitmap {
     }
 };
 
-// sampleBitmapRow against the one-pixel sample it is built from, bit for bit.
-void expectRowMatchesSamples(const BitmapView& view, double u, double v, double du, double dv, int count) {
-    const int64_t fu = std::llround(u * 65536), fv = std::llround(v * 65536);
-    const int64_t fdu = std::llround(du * 65536), fdv = std::llround(dv * 65536);
-    const float scale = 1.f / 255.f;
-    std::vector<float> row(size_t(count) * 4, -1.f);
-    sampleBitmapRow(view, fu, fv, fdu, fdv, scale, row.data(), count);
-    for (int i = 0; i < count; ++i) {
-        const Float4 expected = view.sample(fu + i * fdu, fv + i * fdv) * scale;
-        ASSERT_EQ(std::memcmp(&row[size_t(i) * 4], &expected, sizeof expected), 0)
-            << "pixel " << i << " of the row from (" << u << ", " << v << ") by (" << du << ", " << dv << ")";
-    }
-}
-
 }  // namespace
 
-TEST(PixelRowsTest, WholePixelStepsMatchTheBilinearSample) {
-    // Moves by fractions of a pixel, rows starting left of the picture, inside it and running off
-    // its right edge, on rows inside and on the last rows.
-    const ViewedBitmap picture(61, 23, {0, 0, 61, 23});
-    for (double fx : {0.0, 0.25, 0.6, 0.99})
-        for (double fy : {0.0, 0.3, 0.75}) {
-            expectRowMatchesSamples(picture.view, -7 + fx, 5 + fy, 1, 0, 80);
-            expectRowMatchesSamples(picture.view, 3 + fx, 11 + fy, 1, 0, 50);
-            expectRowMatchesSamples(picture.view, 40 + fx, 21 + fy, 1, 0, 30);
-            expectRowMatchesSamples(picture.view, fx, -0.5 + fy, 1, 0, 61);
-        }
-}
-
-TEST(PixelRowsTest, TurnedAndScaledStepsMatchTheBilinearSample) {
-    const ViewedBitmap picture(80, 60, {0, 0, 80, 60});
-    for (double degrees : {3.0, 10.0, 45.0, 100.0, 200.0})
-        for (double scale : {0.5, 1.0, 1.7}) {
-            const double du = std::cos(degrees * M_PI / 180) / scale;
-            const double dv = std::sin(degrees * M_PI / 180) / scale;
-            expectRowMatchesSamples(picture.view, 40.3, 30.7, du, dv, 90);
-            expectRowMatchesSamples(picture.view, -5.2, 12.1, du, dv, 101);
-        }
-}
-
 TEST(PixelRowsTest, BoundsNarrowerThanTheBitmapCutTheSamples) {
-    // A crop: pixels outside the bounds read as transparent even though the bitmap has them.
+    // A crop: pixels outside the bounds read as transparent even though the bitmap has them, and
+    // a square that straddles the edge blends with transparent.
     const ViewedBitmap picture(64, 48, {10, 8, 30, 20});
-    expectRowMatchesSamples(picture.view, 2.4, 15.5, 1, 0, 60);
-    expectRowMatchesSamples(picture.view, 2.4, 8.2, 1, 0, 60);
-    expectRowMatchesSamples(picture.view, 5.0, 5.0, 0.93, 0.37, 60);
-    std::vector<float> row(4 * 4);
-    sampleBitmapRow(picture.view, std::llround(50.0 * 65536), std::llround(15.0 * 65536), 65536, 0, 1.f, row.data(), 4);
-    for (float value : row) EXPECT_EQ(value, 0.f);
+    const int64_t one = 65536;
+    std::vector<float> row(4 * 6);
+    // Half way between columns 7 and 8, 8 and 9, 9 and 10 ...
+    sampleBitmapRow(picture.view, 7 * one + one / 2, 15 * one, one, 0, 1.f, row.data(), 6);
+    for (int i = 0; i < 3; ++i)
+        for (int c = 0; c < 4; ++c) EXPECT_EQ(row[size_t(4 * i + c)], i < 2 ? 0.f : picture.view.pixel(10, 15)[c] / 2);
+    sampleBitmapRow(picture.view, 50 * one, 15 * one, one, 0, 1.f, row.data(), 4);
+    for (int i = 0; i < 16; ++i) EXPECT_EQ(row[size_t(i)], 0.f);
 }
 
-TEST(PixelRowsTest, FourBilinearSamplesAtOnceMatchTheOneAtATimeSample) {
-    // Points spread over a picture, read with rows going up in memory and going down.
-    const auto bitmap = patternBitmap(40, 30);
-    const std::ptrdiff_t stride = std::ptrdiff_t(bitmap->bytesPerRow());
-    const Int4 x0{0, 17, 38, 5}, y0{0, 11, 28, 20}, wx{0, 127, 64, 3}, wy{5, 0, 128, 77};
-    for (const std::ptrdiff_t up : {stride, -stride}) {
-        const uint8_t* origin = up > 0 ? bitmap->data() : bitmap->data() + 29 * stride;
-        const Int4 offsets = y0 * int(up) + x0 * 4;
-        float four[16];
-        bilinearBytes4(origin, up, offsets, wx, wy, 0.5f, four);
-        for (int k = 0; k < 4; ++k) {
-            const uint8_t* p = origin + offsets[k];
-            const Float4 expected = bilinearBytes(p, p + up, wx[k], wy[k]) * 0.5f;
-            EXPECT_EQ(std::memcmp(four + 4 * k, &expected, sizeof expected), 0) << "point " << k << ", up " << up;
+TEST(PixelRowsTest, BilinearBytesRoundEachBlendToWholeSteps) {
+    // The vector lanes against the one blend they stand for, channel by channel, over extreme
+    // bytes and weights.
+    std::mt19937 random(5);
+    const uint8_t levels[] = {0, 1, 2, 127, 128, 129, 254, 255};
+    const int weights[] = {0, 1, 2, 63, 64, 65, 126, 127, 128};
+    for (int trial = 0; trial < 3000; ++trial) {
+        uint8_t lower[8], upper[8];
+        for (int i = 0; i < 8; ++i) {
+            lower[i] = levels[random() % std::size(levels)];
+            upper[i] = levels[random() % std::size(levels)];
+        }
+        const int wx = weights[random() % std::size(weights)], wy = weights[random() % std::size(weights)];
+        const Float4 sample = bilinearBytes(lower, upper, wx, wy);
+        for (int c = 0; c < 4; ++c) {
+            const int left = fixed::blend<int>(lower[c], upper[c], wy);
+            const int right = fixed::blend<int>(lower[4 + c], upper[4 + c], wy);
+            ASSERT_EQ(sample[c], float(fixed::blend(left, right, wx))) << "trial " << trial << ", channel " << c;
         }
     }
+    // Weights at their ends pick a pixel whole.
+    const uint8_t a[8] = {10, 20, 30, 40, 50, 60, 70, 80}, b[8] = {90, 100, 110, 120, 130, 140, 150, 160};
+    EXPECT_EQ(bilinearBytes(a, b, 0, 0)[1], 20.f);
+    EXPECT_EQ(bilinearBytes(a, b, 128, 0)[1], 60.f);
+    EXPECT_EQ(bilinearBytes(a, b, 128, 128)[1], 140.f);
 }
 
 TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
@@ -119,10 +95,13 @@ TEST(PixelRowsTest, EnlargedRowsBlendTheTwoNearestReducedPixels) {
 }
 
 TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
-    // Values below 0, above 1 and in between, over a count that leaves a tail.
+    // Values below 0, above 1 and in between, NaN and infinities, over a count that leaves a tail.
     const int count = 29;
     std::vector<float> pixels(size_t(count) * 4);
     for (size_t i = 0; i < pixels.size(); ++i) pixels[i] = float((i * 37) % 101) / 70.f - 0.2f;
+    pixels[9] = std::numeric_limits<float>::quiet_NaN();
+    pixels[10] = std::numeric_limits<float>::infinity();
+    pixels[11] = -std::numeric_limits<float>::infinity();
     std::vector<uint8_t> fast(pixels.size()), general(pixels.size());
     premultipliedToBytes(pixels.data(), fast.data(), count);
     floatsToBytes(pixels.data(), general.data(), count, false, false);
@@ -130,6 +109,24 @@ TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
     EXPECT_EQ(fast[0], 0);  // -0.2 clamps to 0
     EXPECT_EQ(fast[1], std::lround(255 * (37 / 70.f - 0.2f)));
     EXPECT_EQ(fast[5], 255);  // 1.0
+    EXPECT_EQ(fast[9], 0);
+    EXPECT_EQ(fast[10], 255);
+    EXPECT_EQ(fast[11], 0);
+}
+
+TEST(PixelRowsTest, StraightAndSwappedBytes) {
+    // Colour divided by alpha (none for transparent or NaN alpha), then red and blue swapped.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float pixels[] = {0.25f, 0.1f, 0.f,  0.5f, 0.3f, 0.2f, 0.1f, 0.f,
+                            0.3f,  0.2f, 0.1f, nan,  0.6f, 0.9f, 2.f,  0.5f};
+    uint8_t straight[16], swapped[16];
+    floatsToBytes(pixels, straight, 4, true, false);
+    floatsToBytes(pixels, swapped, 4, true, true);
+    const uint8_t expected[16] = {128, 51, 0, 128, 0, 0, 0, 0, 0, 0, 0, 0, 255, 255, 255, 128};
+    for (int i = 0; i < 16; ++i) {
+        EXPECT_EQ(straight[i], expected[i]) << i;
+        EXPECT_EQ(swapped[i], expected[(i & ~3) + (i % 4 == 3 ? 3 : 2 - i % 4)]) << i;
+    }
 }
 
 TEST(PixelRowsTest, YUVRowsFollowTheLimitedRangeFormula) {
@@ -173,5 +170,18 @@ TEST(PixelMathTest, LaneFloorAndSquareRootMatchTheScalarOnes) {
             const float root = std::sqrt(v[lane] * v[lane] + 2.0f);
             EXPECT_EQ(std::memcmp(&roots[lane], &root, sizeof root), 0) << v[lane];
         }
+    }
+}
+
+TEST(PixelMathTest, BytesBecomeFloatsChannelByChannel) {
+    // Every byte value, over counts that fill groups of four pixels and leave tails (which go
+    // through bytesToFloat4).
+    std::vector<uint8_t> bytes(4 * 75);
+    for (size_t i = 0; i < bytes.size(); ++i) bytes[i] = uint8_t(i * 7 + 3);
+    for (int count : {0, 1, 3, 4, 5, 8, 75}) {
+        std::vector<float> floats(size_t(4 * count), -1.f);
+        bytesToFloats(bytes.data(), floats.data(), count);
+        for (size_t i = 0; i < floats.size(); ++i)
+            ASSERT_EQ(floats[i], float(bytes[i]) * kByteToFloat) << "count " << count << ", float " << i;
     }
 }

@@ -10,4 +10,7 @@ enum class DSPLevel { Plain, AVX2 };
 // QUORMEDIA_PLAIN_DSP is set to anything but "" or "0", which forces the plain rows everywhere.
 DSPLevel dspLevel();
 
+// True when this is an x86-64 processor with AVX2, whatever the environment asks for.
+bool processorHasAVX2();
+
 }  // namespace qm

@@ -1,6 +1,7 @@
 #pragma once
 
-// Two bilinear samples of RGBA8 bytes at once with AVX2, for functions built for AVX2.
+// Bilinear samples of RGBA8 bytes with AVX2: the 16-bit lane arithmetic of fixed::blend, for the
+// AVX2 rows and for functions built for AVX2.
 #if defined(__x86_64__)
 
 #include <immintrin.h>
@@ -8,12 +9,15 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "image/dsp/FixedPoint.h"
+
 namespace qm {
 
-// a + ((c - a) * w + 64) >> 7 in 16-bit lanes.
+// fixed::blend in 16-bit lanes: a + ((c - a) * w + 64) >> 7.
 __attribute__((target("avx2"))) inline __m256i blendWords(__m256i a, __m256i c, __m256i w) {
-    return _mm256_add_epi16(
-        a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), w), _mm256_set1_epi16(64)), 7));
+    const __m256i half = _mm256_set1_epi16(fixed::kWeightOne >> 1);
+    return _mm256_add_epi16(a, _mm256_srai_epi16(_mm256_add_epi16(_mm256_mullo_epi16(_mm256_sub_epi16(c, a), w), half),
+                                                 fixed::kWeightBits));
 }
 
 // bilinearBytes at two points, as 0..255 floats (pixel at p in lanes 0-3, at q in lanes 4-7): the
