@@ -28,7 +28,9 @@ public:
             _origin = r.x;
         }
     }
-    Float4 operator()(int x) const {
+    // Always inlined: the AVX2 loops read rows too, and a copy of it built for AVX2 could be
+    // linked in for every caller.
+    [[gnu::always_inline]] Float4 operator()(int x) const {
         if (!_row) {
             if (!_covered) return _tile->pixel(x, _y);
             if (_singleReads < kSingleReads) {
