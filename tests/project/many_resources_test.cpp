@@ -49,13 +49,13 @@ TEST(ManyResourcesTest, AProjectOverAThousandStoredResourcesMixesWithinTwoHundre
     // storage when it starts.
     std::vector<std::shared_ptr<SCResource>> resources;
     for (int i = 0; i < kResources; ++i) {
-        test::StoredAudioSpec spec;
-        spec.sampleRate = kRate;
-        spec.channels = 1;
-        spec.numberOfSamples = kRate / 2;
-        spec.blockSamples = kRate / 2;
-        spec.signal = test::constantSignal(levelOf(i) / 32767.0);
-        resources.push_back(test::storedAudioResource(spec));
+        test::StoredAudioPlan plan;
+        plan.sampleRate = kRate;
+        plan.channels = 1;
+        plan.numberOfSamples = kRate / 2;
+        plan.blockSamples = kRate / 2;
+        plan.signal = test::constantSignal(levelOf(i) / 32767.0);
+        resources.push_back(test::storedAudioResource(plan));
     }
     UserDefaults::standardUserDefaults().setData(
         QMCommon::archiveRootObject(ArchivedList::createWithObjects(resources)), "AMRecordingResourceData");

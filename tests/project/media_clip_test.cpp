@@ -42,11 +42,11 @@ protected:
 
     static std::shared_ptr<SCResource> audio(double seconds, int64_t rate = 48000,
                                              std::function<double(int64_t, int64_t)> signal = nullptr) {
-        test::StoredAudioSpec spec;
-        spec.sampleRate = rate;
-        spec.numberOfSamples = static_cast<int64_t>(seconds * static_cast<double>(rate));
-        spec.signal = signal ? std::move(signal) : test::sineSignal(440.0, rate);
-        return test::storedAudioResource(spec);
+        test::StoredAudioPlan plan;
+        plan.sampleRate = rate;
+        plan.numberOfSamples = static_cast<int64_t>(seconds * static_cast<double>(rate));
+        plan.signal = signal ? std::move(signal) : test::sineSignal(440.0, rate);
+        return test::storedAudioResource(plan);
     }
 
     // The clip on a track of the project, so that its edits are undoable.

@@ -24,11 +24,11 @@ class MixdownTest : public ::testing::Test {
 protected:
     // A clip of constant `value` (full scale 1) from `from` for `seconds`, at `rate`.
     static std::shared_ptr<QVMediaClip> clipAt(double from, double seconds, double value, int64_t rate = kRate) {
-        test::StoredAudioSpec spec;
-        spec.sampleRate = rate;
-        spec.numberOfSamples = static_cast<int64_t>(seconds * static_cast<double>(rate));
-        spec.signal = test::constantSignal(value);
-        auto clip = QVMediaClip::createWithResource(test::storedAudioResource(spec));
+        test::StoredAudioPlan plan;
+        plan.sampleRate = rate;
+        plan.numberOfSamples = static_cast<int64_t>(seconds * static_cast<double>(rate));
+        plan.signal = test::constantSignal(value);
+        auto clip = QVMediaClip::createWithResource(test::storedAudioResource(plan));
         clip->setTimestampOfTrack(static_cast<int64_t>(from * static_cast<double>(kSec)));
         return clip;
     }

@@ -63,27 +63,27 @@ std::function<double(int64_t, int64_t)> constantSignal(double value) {
     return [value](int64_t, int64_t) { return value; };
 }
 
-std::shared_ptr<SCResource> storedAudioResource(const StoredAudioSpec& spec) {
+std::shared_ptr<SCResource> storedAudioResource(const StoredAudioPlan& plan) {
     auto storage = SCResourceStorage::create();
     std::vector<std::shared_ptr<SCAudioBlock>> blocks;
     uint64_t offset = 0;
-    for (int64_t start = 0; start < spec.numberOfSamples; start += spec.blockSamples) {
-        const int64_t count = std::min(spec.blockSamples, spec.numberOfSamples - start);
+    for (int64_t start = 0; start < plan.numberOfSamples; start += plan.blockSamples) {
+        const int64_t count = std::min(plan.blockSamples, plan.numberOfSamples - start);
         std::vector<uint8_t> samples;
         for (int64_t i = 0; i < count; ++i) {
-            for (int64_t c = 0; c < spec.channels; ++c) putValue(samples, spec.sampleFormat, spec.signal(start + i, c));
+            for (int64_t c = 0; c < plan.channels; ++c) putValue(samples, plan.sampleFormat, plan.signal(start + i, c));
         }
         const auto frame =
-            QVAudioFrame2::create(spec.sampleFormat, static_cast<int32_t>(spec.channels),
-                                  static_cast<int32_t>(spec.sampleRate), static_cast<int32_t>(count), samples.data());
+            QVAudioFrame2::create(plan.sampleFormat, static_cast<int32_t>(plan.channels),
+                                  static_cast<int32_t>(plan.sampleRate), static_cast<int32_t>(count), samples.data());
         const auto bytes = SCResource::encodeAudioFrame(frame);
         storage->appendData(bytes);
         blocks.push_back(SCAudioBlock::createWithOffset(offset, bytes.size(), start, count));
         offset += bytes.size();
     }
     storage->flushCacheBuffer();
-    auto audio = SCAudioResource::createWithDataStorage(storage, std::move(blocks), spec.sampleRate, spec.channels,
-                                                        spec.sampleFormat, 0);
+    auto audio = SCAudioResource::createWithDataStorage(storage, std::move(blocks), plan.sampleRate, plan.channels,
+                                                        plan.sampleFormat, 0);
     return SCResource::createWithAudio(std::move(audio), nullptr);
 }
 

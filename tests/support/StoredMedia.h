@@ -14,7 +14,7 @@ namespace qm::test {
 // Stored resources made directly in the store, without import: the samples and frames are known
 // exactly, so tests can compare what comes back value by value.
 
-struct StoredAudioSpec {
+struct StoredAudioPlan {
     int64_t sampleRate = 48000;
     int64_t channels = 2;
     // A packed format, 0 to 4.
@@ -32,7 +32,7 @@ std::function<double(int64_t, int64_t)> sineSignal(double frequency, int64_t sam
 std::function<double(int64_t, int64_t)> constantSignal(double value);
 
 // A record holding only stored audio.
-std::shared_ptr<SCResource> storedAudioResource(const StoredAudioSpec& spec);
+std::shared_ptr<SCResource> storedAudioResource(const StoredAudioPlan& plan);
 
 // A record holding only stored video: `frameCount` frames of `frameDuration` time units, frame i
 // a solid picture of grey level storedFrameGrey(i).
