@@ -24,8 +24,10 @@ namespace qm {
 // otherwise it records its inverse on the owner's undo manager, then stores. Nothing is clamped:
 // a duration may be 0, negative or longer than the clip. The picture path only reads.
 //
-// Observable keys: the nine property names, "entranceEffect", "enhanceEffect" and "exitEffect"
-// (each following "validateEntranceEffect", "validateEnhanceEffect", "validateExitEffect").
+// Observable keys: the nine property names; "entranceEffectEnabled", "enhanceEffectEnabled" and
+// "exitEffectEnabled" (each following its name and duration); "entranceEffect", "enhanceEffect"
+// and "exitEffect" (each following "validateEntranceEffect", "validateEnhanceEffect",
+// "validateExitEffect").
 class QVEffectInstance : public Observable, public Archivable, public std::enable_shared_from_this<QVEffectInstance> {
 public:
     // QVTimebase / 1000: the shortest length the interface offers; not enforced here.
@@ -54,7 +56,7 @@ public:
     void setDurationEnhanceEffect(int64_t duration);
     int64_t durationExitEffect() const { return _durationOfExit; }
     void setDurationExitEffect(int64_t duration);
-    // Pacing; nullptr paces linearly. Compared by name when set.
+    // Pacing; nullptr paces linearly. Compared by class and name when set.
     const std::shared_ptr<QVTimeFunction>& entranceTimeFunction() const { return _entranceTimeFunc; }
     void setEntranceTimeFunction(const std::shared_ptr<QVTimeFunction>& function);
     // Stored and archived; no picture depends on it.

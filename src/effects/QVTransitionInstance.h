@@ -50,7 +50,8 @@ public:
     UndoRef undoManager() const;
 
     const std::string& transitionName() const { return _transitionName; }
-    // Records the old name for undo, stores, and drops the cached transition.
+    // Records the old name for undo, stores, and drops the cached transition, also when the name
+    // is the present one.
     void setTransitionName(const std::string& name);
     // setTransitionName with a uniformly drawn entry of supportTransitions (the present one too).
     void randomTransition();
