@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "effects/QVClipStates.h"
+#include "effects/QVEffectInstance.h"
 #include "platform/KeyedArchiver.h"
 #include "project/QVClip.h"
 #include "project/QVMediaClip.h"
@@ -22,6 +23,7 @@ void registerProjectArchiveClasses() {
         KeyedUnarchiver::registerClass<QVCropState>("QVCropState");
         KeyedUnarchiver::registerClass<QVTrack>("QVTrack");
         KeyedUnarchiver::registerClass<QVProject>("QVProject");
+        QVEffectInstance::registerArchiveClasses();
     });
 }
 

@@ -3,7 +3,9 @@
 #include <cmath>
 
 #include "effects/QVClipStates.h"
+#include "effects/QVEffectInstance.h"
 #include "effects/QVEffectState.h"
+#include "effects/QVTransitionInstance.h"
 #include "foundation/QMCommon.h"
 #include "foundation/QVSampleDescription.h"
 #include "foundation/QVVolumeEffect.h"
@@ -69,6 +71,12 @@ void QVClip::copyPropertiesTo(QVClip& clip) const {
     clip.setMute(_mute);
     clip.setIgnoreVideo(_ignoreVideo);
     clip.adoptPosition(clipPosition()->copy());
+    auto transition = transitionInstance()->copy();
+    transition->setStartClip(clip.self());
+    clip._transitionInstance.store(std::move(transition));
+    auto effects = effectInstance()->copy();
+    effects->setOwner(clip.self());
+    clip._effectInstance.store(std::move(effects));
     clip.setValideteShadow(_valideteShadow);
     clip.setValidateCrop(_validateCrop);
     clip.setValidateColorControl(_validateColorControl);
@@ -331,10 +339,47 @@ std::shared_ptr<QVEffectContext> QVClip::effectContext() const {
         }
     }
     const Rect clipBounds = bounds();
-    if (!_effectContext || !(_effectContext->canvasSize() == canvas) || !(_effectContext->bounds() == clipBounds)) {
-        _effectContext = QVEffectContext::createWithConvasSize(canvas, clipBounds);
+    auto context = _effectContext.load();
+    if (!context || !(context->canvasSize() == canvas) || !(context->bounds() == clipBounds)) {
+        context = QVEffectContext::createWithConvasSize(canvas, clipBounds);
+        _effectContext.store(context);
     }
-    return _effectContext;
+    return context;
+}
+
+namespace {
+
+// The member held in `field`, made by `make` on first read. Two first readers may both make one;
+// the first stored wins and both get it.
+template <class T, class Make>
+std::shared_ptr<T> madeOnFirstRead(std::atomic<std::shared_ptr<T>>& field, Make make) {
+    auto value = field.load();
+    if (value) return value;
+    auto made = make();
+    if (field.compare_exchange_strong(value, made)) return made;
+    return value;
+}
+
+}  // namespace
+
+std::shared_ptr<QVEffectInstance> QVClip::effectInstance() const {
+    return madeOnFirstRead(_effectInstance, [this] {
+        auto instance = QVEffectInstance::create();
+        instance->setOwner(self());
+        return instance;
+    });
+}
+
+std::shared_ptr<QVTransitionInstance> QVClip::transitionInstance() const {
+    return madeOnFirstRead(_transitionInstance, [this] {
+        return QVTransitionInstance::createWithTransitionName(PSTransition::supportTransitions().front(), self());
+    });
+}
+
+int64_t QVClip::timestampOfClipPosition() const {
+    const auto effects = effectInstance();
+    return effects->entranceEffectEnabled() ? plus(_timestampOfTrack, effects->durationEntranceEffect())
+                                            : _timestampOfTrack;
 }
 
 UndoRef QVClip::undoManager() const {
@@ -394,6 +439,8 @@ void QVClip::encodeWithCoder(KeyedArchiver& coder) const {
     coder.encodeObject("cropState", _cropState);
     coder.encodeBool("valideteShadow", _valideteShadow);
     coder.encodeObject("shadowState", _shadowState);
+    coder.encodeObject("transitionInstance", transitionInstance());
+    coder.encodeObject("effectInstance", effectInstance());
     coder.encodeFloat("volume", _volume);
 }
 
@@ -405,6 +452,8 @@ bool QVClip::initWithCoder(KeyedUnarchiver& coder) {
     setMute(coder.decodeBool("mute"));
     setIgnoreVideo(coder.decodeBool("ignoreVideo"));
     if (auto position = coder.decodeObjectOfClass<QVClipPosition>("position")) adoptPosition(std::move(position));
+    auto transition = coder.decodeObjectOfClass<QVTransitionInstance>("transitionInstance");
+    auto effects = coder.decodeObjectOfClass<QVEffectInstance>("effectInstance");
     setValideteShadow(coder.decodeBool("valideteShadow"));
     setValidateCrop(coder.decodeBool("validateCrop"));
     setValidateColorControl(coder.decodeBool("validateColorControl"));
@@ -413,6 +462,14 @@ bool QVClip::initWithCoder(KeyedUnarchiver& coder) {
     _cropState = coder.decodeObjectOfClass<QVCropState>("cropState");
     _volume = coder.decodeFloat("volume");
     _notCheckValue = false;
+    if (effects) {
+        effects->setOwner(self());
+        _effectInstance.store(std::move(effects));
+    }
+    if (transition) {
+        transition->setStartClip(self());
+        _transitionInstance.store(std::move(transition));
+    }
     setOwner(nullptr);
     return true;
 }

@@ -11,6 +11,7 @@
 
 #include "codec/QVTimebase.h"
 #include "effects/QVClipStates.h"
+#include "effects/QVTimedClip.h"
 #include "foundation/QVRange.h"
 #include "image/Image.h"
 #include "platform/Bitmap.h"
@@ -22,10 +23,12 @@
 namespace qm {
 
 class QVEffectContext;
+class QVEffectInstance;
 class QVEffectState;
 class QVSampleBuffer;
 class QVSampleDescription;
 class QVTrack;
+class QVTransitionInstance;
 class QVVolumeGainEffect;
 
 // The base of everything that lies on a track: where the clip lies and how long it is, the limits
@@ -44,7 +47,7 @@ class QVVolumeGainEffect;
 // "shadowState" (each follows its flag), "bounds" (follows the bounds of clipPosition).
 class QVClip : public Observable,
                public Archivable,
-               public QVClipStateOwner,
+               public QVTimedClip,
                public std::enable_shared_from_this<QVClip> {
 public:
     static constexpr Size thumbnailSize{160.0, 120.0};
@@ -75,7 +78,7 @@ public:
     // The natural length of the source; unlimitedSourceDuration here.
     virtual int64_t sourceDuration() const;
     virtual bool audioExist() const;
-    virtual bool videoExist() const;
+    bool videoExist() const override;
     // "Unknown" here.
     virtual std::string title() const;
     virtual Size sourceSize() const;
@@ -108,13 +111,13 @@ public:
 
     // --- Place on the track.
 
-    int64_t timestampOfTrack() const { return _timestampOfTrack; }
+    int64_t timestampOfTrack() const override { return _timestampOfTrack; }
     // Limited to rangeOfTimestampAtTrack unless notCheckValue; ignored when that range is empty.
     // Undoable.
     void setTimestampOfTrack(int64_t timestamp);
-    int64_t trackDuration() const { return _duration; }
+    int64_t trackDuration() const override { return _duration; }
     // (timestampOfTrack, trackDuration).
-    QVRange trackTimeRange() const;
+    QVRange trackTimeRange() const override;
 
     // Legal starts given the neighbours on the owner track (the largest legal value is the
     // range's endLocation).
@@ -162,6 +165,25 @@ public:
     // The project's output size (zero without a project) and the clip's bounds; the cached
     // context while both are unchanged, else a new one.
     std::shared_ptr<QVEffectContext> effectContext() const;
+
+    // --- Effects and the transition out of this clip (each made on first read; safe to read from
+    // the queue that composes while the interface reads too).
+
+    // The entrance, emphasis and exit effects, with this clip as owner.
+    std::shared_ptr<QVEffectInstance> effectInstance() const;
+    // The transition into the next clip: the first name of the catalogue, this clip as start clip.
+    std::shared_ptr<QVTransitionInstance> transitionInstance() const;
+    // Where the clip comes to rest: timestampOfTrack, plus the entrance's length while the
+    // entrance is enabled.
+    int64_t timestampOfClipPosition() const;
+
+    // --- The picture at a track time; nothing outside the clip or without a source picture.
+
+    // The source picture through the clip's look of that moment: effects, crop, position, shadow,
+    // colour and opacity. A lazy graph.
+    Image imageAtTimestamp(int64_t timestamp);
+    // The source picture itself, untouched.
+    std::shared_ptr<const Bitmap> cgImageAtTimestamp(int64_t timestamp);
 
     // --- Plain flags, not undoable.
 
@@ -228,7 +250,9 @@ private:
     mutable ObserverToken _positionBoundsToken;
     // The bounds before a change of the position, while observers of "bounds" are told of it.
     mutable std::optional<Rect> _boundsBeforeChange;
-    mutable std::shared_ptr<QVEffectContext> _effectContext;
+    mutable std::atomic<std::shared_ptr<QVEffectContext>> _effectContext;
+    mutable std::atomic<std::shared_ptr<QVEffectInstance>> _effectInstance;
+    mutable std::atomic<std::shared_ptr<QVTransitionInstance>> _transitionInstance;
     mutable std::shared_ptr<QVColorState> _colorState;
     mutable std::shared_ptr<QVShadowState> _shadowState;
     mutable std::shared_ptr<QVCropState> _cropState;

@@ -5,6 +5,7 @@
 #include <limits>
 
 #include "codec/QVTimebase.h"
+#include "effects/QVTransitionInstance.h"
 #include "foundation/QMCommon.h"
 #include "foundation/QVSampleBuffer.h"
 #include "foundation/QVSampleDescription.h"
@@ -302,6 +303,24 @@ void QVProject::selectAllClips() {
     setSelection(all);
     undo.endUndoGrouping();
 }
+
+void QVProject::applyTransitionName(const std::optional<std::string>& name) {
+    const UndoRef undo(undoManager());
+    undo.beginUndoGrouping();
+    for (const auto& track : _tracks) {
+        for (const auto& clip : track->clips()) {
+            if (!clip->videoExist()) continue;
+            if (name) {
+                clip->transitionInstance()->setTransitionName(*name);
+            } else {
+                clip->transitionInstance()->randomTransition();
+            }
+        }
+    }
+    undo.endUndoGrouping();
+}
+
+void QVProject::randomTransitionName() { applyTransitionName(std::nullopt); }
 
 bool QVProject::clipIsSelected(const std::shared_ptr<QVClip>& clip) const {
     for (const auto& selected : _selection) {

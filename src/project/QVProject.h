@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "image/Image.h"
+#include "platform/Bitmap.h"
 #include "platform/Color.h"
 #include "platform/Geometry.h"
 #include "platform/KeyedArchiver.h"
@@ -178,6 +180,32 @@ public:
     std::shared_ptr<QVSampleBuffer> sampleBufferWithDescription(const QVSampleDescription& description,
                                                                 const QVRange& range) const;
 
+    // --- Pictures.
+
+    // The preview picture at `timestamp`: imageAtTimestamp(timestamp, false).
+    Image imageAtTimestamp(int64_t timestamp) const;
+    // The picture at `timestamp`, a lazy graph: the tracks' pictures stacked with track 0 on top,
+    // over backgroundImage. For export the stack is first cut to cropRect when enableCropped, else
+    // to outBounds, and moved by the cut's origin; a preview keeps what reaches past the canvas.
+    // Nothing after duration + durationOfFrame; up to there, at least the background.
+    Image imageAtTimestamp(int64_t timestamp, bool forExport) const;
+    // imageAtTimestamp at the playhead.
+    Image currentImageForExport(bool forExport) const;
+    // `foreground` over `background`; null when the foreground is.
+    static Image sourceOver(const Image& foreground, const Image& background);
+    // The part of `image` inside `rect`, then moved by (rect.x, rect.y).
+    static Image cropImage(const Image& image, const Rect& rect);
+    // backgroundColor over outBounds.
+    Image backgroundImage() const;
+    // The export picture at time 0, rendered once and kept for the project's life.
+    std::shared_ptr<const Bitmap> thumbnail() const;
+
+    // Sets the transition of every clip with a picture to `name` in one undo group; without a
+    // name each clip draws one at random. No content message.
+    void applyTransitionName(const std::optional<std::string>& name);
+    // applyTransitionName without a name.
+    void randomTransitionName();
+
     // --- The playhead and settings.
 
     int64_t currentTimestamp() const { return _currentTimestamp; }
@@ -259,6 +287,7 @@ private:
     double _outVideoFPS = 30.0;
     int64_t _outChannelCount = 2;
     std::optional<Color> _backgroundColor = Color::black();
+    mutable std::shared_ptr<const Bitmap> _thumbnail;
 };
 
 }  // namespace qm

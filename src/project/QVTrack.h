@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "image/Image.h"
 #include "platform/KeyedArchiver.h"
 #include "platform/Observable.h"
 #include "platform/UndoManager.h"
@@ -101,6 +102,20 @@ public:
     // clips loses what was merged before it.
     std::shared_ptr<QVSampleBuffer> sampleBufferWithDescription(const QVSampleDescription& description,
                                                                 const QVRange& range) const;
+
+    // The picture of the track at `timestamp`, a lazy graph; nothing where no clip shows. One clip
+    // gives its own picture, or turns into the project's background over the last
+    // transitionToTileLength of it when its transition allows that; two clips give their
+    // transition. With two clips of one start, logs "Warning: Clip track start can not be same at
+    // the same track." and gives the first; with more than two, logs "At the same time clip count
+    // can not over 2." and gives nothing.
+    Image imageAtTimestamp(int64_t timestamp) const;
+    // The overlap of `earlier` into `later` at `timestamp`: makes `later` the end clip of the
+    // earlier clip's transition, then draws the transition at (timestamp - trackStart) /
+    // trackLength. Without a valid transition, the earlier clip's picture if it has one, else the
+    // later's; with a transition of no length, logs "Error transition length." and gives the later's.
+    Image transitionClip(const std::shared_ptr<QVClip>& earlier, const std::shared_ptr<QVClip>& later,
+                         int64_t timestamp) const;
 
     // Undoable flags: each records its old value when the value changes.
     bool mute() const { return _mute; }
