@@ -46,6 +46,10 @@ void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
     pixelDSP().premultipliedToBytes(src, dst, count);
 }
 
+void premultipliedToBGRABytes(const float* src, uint8_t* dst, int count) {
+    pixelDSP().premultipliedToBGRABytes(src, dst, count);
+}
+
 void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u, uint8_t* v) {
     pixelDSP().yuvRows(upper, lower, width, y0, y1, u, v);
 }

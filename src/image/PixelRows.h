@@ -25,6 +25,7 @@ void enlargeRow(const float* source, int first, int factor, int x, float* out, i
 void convolveRow(const float* src, float* dst, int count, const float* weights, int taps);
 void convolveRows(const float* const* rows, float* dst, int floats, const float* weights, int taps);
 void premultipliedToBytes(const float* src, uint8_t* dst, int count);
+void premultipliedToBGRABytes(const float* src, uint8_t* dst, int count);
 void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uint8_t* y1, uint8_t* u, uint8_t* v);
 void bilinearBytes4(const uint8_t* origin, std::ptrdiff_t up, Int4 offsets, Int4 wx, Int4 wy, float scale, float* out);
 void sampleBitmapRow(const BitmapView& bitmap, int64_t u, int64_t v, int64_t du, int64_t dv, float scale, float* out,

@@ -21,6 +21,10 @@ void storeRow(const float* src, uint8_t* dst, int count, PixelFormat format) {
         premultipliedToBytes(src, dst, count);
         return;
     }
+    if (format == PixelFormat::BGRA8Premultiplied) {
+        premultipliedToBGRABytes(src, dst, count);
+        return;
+    }
     const bool straight = format == PixelFormat::RGBA8 || format == PixelFormat::BGRA8;
     const bool bgra = format == PixelFormat::BGRA8Premultiplied || format == PixelFormat::BGRA8;
     floatsToBytes(src, dst, count, straight, bgra);

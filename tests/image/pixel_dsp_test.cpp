@@ -225,6 +225,13 @@ TEST_F(PixelDSPTest, OutputRows) {
                     return out;
                 },
                 "premultipliedToBytes, " + at);
+            expectSameBytes(
+                [&](const PixelDSP& dsp) {
+                    std::vector<uint8_t> out(size_t(4 * (count + offset)));
+                    dsp.premultipliedToBGRABytes(upper.data() + offset, out.data() + 4 * offset, count);
+                    return out;
+                },
+                "premultipliedToBGRABytes, " + at);
             // A pair of rows, a pair without its second Y row, and a last single row.
             for (int shape = 0; shape < 3; ++shape)
                 expectSameBytes(

@@ -112,6 +112,13 @@ TEST(PixelRowsTest, PremultipliedBytesMatchTheGeneralConversion) {
     EXPECT_EQ(fast[9], 0);
     EXPECT_EQ(fast[10], 255);
     EXPECT_EQ(fast[11], 0);
+
+    std::vector<uint8_t> fastBGRA(pixels.size()), generalBGRA(pixels.size());
+    premultipliedToBGRABytes(pixels.data(), fastBGRA.data(), count);
+    floatsToBytes(pixels.data(), generalBGRA.data(), count, false, true);
+    EXPECT_EQ(fastBGRA, generalBGRA);
+    EXPECT_EQ(fastBGRA[2], fast[0]);
+    EXPECT_EQ(fastBGRA[0], fast[2]);
 }
 
 TEST(PixelRowsTest, StraightAndSwappedBytes) {

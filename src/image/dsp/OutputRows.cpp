@@ -1,5 +1,5 @@
-// The plain rows that turn premultiplied float pixels into the bytes renders hand out: RGBA8 and
-// BT.709 YUV, a channel at a time.
+// The plain rows that turn premultiplied float pixels into the bytes renders hand out: RGBA8,
+// BGRA8 and BT.709 YUV, a channel at a time.
 #include "image/dsp/PixelDSP.h"
 #include "image/dsp/RowFamilies.h"
 #include "image/dsp/YUVCoefficients.h"
@@ -8,10 +8,13 @@ namespace qm {
 
 namespace {
 
-void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
+// Channel c of each pixel goes to byte order[c].
+template <int... order>
+void premultipliedToOrderedBytes(const float* src, uint8_t* dst, int count) {
+    constexpr int destination[4] = {order...};
     for (int i = 0; i < 4 * count; ++i) {
         const float v = src[i] > 0.f ? (src[i] < 1.f ? src[i] : 1.f) : 0.f;
-        dst[i] = uint8_t(int(v * 255.f + 0.5f));
+        dst[i - i % 4 + destination[i % 4]] = uint8_t(int(v * 255.f + 0.5f));
     }
 }
 
@@ -55,7 +58,8 @@ void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uin
 }  // namespace
 
 void setPlainOutputRows(PixelDSP& dsp) {
-    dsp.premultipliedToBytes = premultipliedToBytes;
+    dsp.premultipliedToBytes = premultipliedToOrderedBytes<0, 1, 2, 3>;
+    dsp.premultipliedToBGRABytes = premultipliedToOrderedBytes<2, 1, 0, 3>;
     dsp.yuvRows = yuvRows;
 }
 

@@ -42,6 +42,8 @@ struct PixelDSP {
     void (*convolveRows)(const float* const* rows, float* dst, int floats, const float* weights, int taps);
     // `count` premultiplied pixels to RGBA8 as floatsToBytes(src, dst, count, false, false) does.
     void (*premultipliedToBytes)(const float* src, uint8_t* dst, int count);
+    // The same to BGRA8, as floatsToBytes(src, dst, count, false, true) does.
+    void (*premultipliedToBGRABytes)(const float* src, uint8_t* dst, int count);
     // Two rows of `width` pixels (`lower` may be `upper` for a last single row) to BT.709
     // limited-range YUV: Y of each into y0 and y1 (y1 null: none), U and V of each 2 x 2 block
     // into u and v. Colours are clamped to 0..1 first; transparent counts as black.

@@ -1,4 +1,4 @@
-// The output rows with AVX2: eight pixels at a time to RGBA8, eight columns of a row pair at a
+// The output rows with AVX2: eight pixels at a time to RGBA8 or BGRA8, eight columns of a row pair at a
 // time to YUV. The few pixels left over go through the plain rows.
 #include <immintrin.h>
 
@@ -23,18 +23,33 @@ inline __m256i twoPixelsToIntegers(const float* p) {
     return _mm256_cvttps_epi32(_mm256_add_ps(_mm256_mul_ps(clamped, _mm256_set1_ps(255.f)), _mm256_set1_ps(0.5f)));
 }
 
-void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
+// Eight pixels at a time in RGBA byte order, then through `plain` for the rest. With `swap`, red
+// and blue trade places in each pixel's bytes.
+template <bool swap>
+void premultipliedToOrderedBytes(const float* src, uint8_t* dst, int count,
+                                 void (*plain)(const float*, uint8_t*, int)) {
     // Packing works within each 128-bit half; this puts the eight pixels back in order.
     const __m256i order = _mm256_setr_epi32(0, 4, 1, 5, 2, 6, 3, 7);
+    const __m256i bgra = _mm256_setr_epi8(2, 1, 0, 3, 6, 5, 4, 7, 10, 9, 8, 11, 14, 13, 12, 15, 2, 1, 0, 3, 6, 5, 4, 7,
+                                          10, 9, 8, 11, 14, 13, 12, 15);
     int i = 0;
     for (; i + 8 <= count; i += 8) {
         const float* p = src + 4 * i;
         const __m256i low = _mm256_packs_epi32(twoPixelsToIntegers(p), twoPixelsToIntegers(p + 8));
         const __m256i high = _mm256_packs_epi32(twoPixelsToIntegers(p + 16), twoPixelsToIntegers(p + 24));
-        const __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(low, high), order);
+        __m256i bytes = _mm256_permutevar8x32_epi32(_mm256_packus_epi16(low, high), order);
+        if constexpr (swap) bytes = _mm256_shuffle_epi8(bytes, bgra);
         _mm256_storeu_si256(reinterpret_cast<__m256i*>(dst + 4 * i), bytes);
     }
-    if (i < count) plainPixelDSP().premultipliedToBytes(src + 4 * i, dst + 4 * i, count - i);
+    if (i < count) plain(src + 4 * i, dst + 4 * i, count - i);
+}
+
+void premultipliedToBytes(const float* src, uint8_t* dst, int count) {
+    premultipliedToOrderedBytes<false>(src, dst, count, plainPixelDSP().premultipliedToBytes);
+}
+
+void premultipliedToBGRABytes(const float* src, uint8_t* dst, int count) {
+    premultipliedToOrderedBytes<true>(src, dst, count, plainPixelDSP().premultipliedToBGRABytes);
 }
 
 // Eight pixels of a row, clamped to 0..1, as planes of red, green and blue.
@@ -101,6 +116,7 @@ void yuvRows(const float* upper, const float* lower, int width, uint8_t* y0, uin
 
 void setAVX2OutputRows(PixelDSP& dsp) {
     dsp.premultipliedToBytes = premultipliedToBytes;
+    dsp.premultipliedToBGRABytes = premultipliedToBGRABytes;
     dsp.yuvRows = yuvRows;
 }
 
