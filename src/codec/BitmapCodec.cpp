@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstring>
+#include <optional>
+#include <utility>
 
 namespace qm {
 
@@ -14,9 +16,16 @@ namespace {
 // per call costs more than a small decode.
 struct TurboHandle {
     tjhandle handle;
-    explicit TurboHandle(bool compress) : handle(compress ? tjInitCompress() : tjInitDecompress()) {}
+    bool compress;
+    explicit TurboHandle(bool forCompression)
+        : handle(forCompression ? tjInitCompress() : tjInitDecompress()), compress(forCompression) {}
     ~TurboHandle() {
         if (handle) tjDestroy(handle);
+    }
+    // A handle that failed on damaged input can stay broken for every later picture: start over.
+    void renew() {
+        if (handle) tjDestroy(handle);
+        handle = compress ? tjInitCompress() : tjInitDecompress();
     }
 };
 
@@ -25,9 +34,19 @@ tjhandle compressor() {
     return turbo.handle;
 }
 
-tjhandle decompressor() {
+TurboHandle& decompressorHandle() {
     thread_local TurboHandle turbo(false);
-    return turbo.handle;
+    return turbo;
+}
+
+tjhandle decompressor() { return decompressorHandle().handle; }
+
+// True when the last call on the thread's decompressor failed outright; the handle is then
+// renewed. Warnings (a picture cut short, say) are not failures.
+bool failedFatally(int result) {
+    if (result == 0 || tjGetErrorCode(decompressor()) != TJERR_FATAL) return false;
+    decompressorHandle().renew();
+    return true;
 }
 
 // Largest picture decoded: a damaged header must not make us allocate gigabytes.
@@ -48,20 +67,29 @@ bool isPNG(std::span<const uint8_t> bytes) {
     return bytes.size() >= 8 && std::memcmp(bytes.data(), signature, 8) == 0;
 }
 
-std::shared_ptr<const Bitmap> decodeJPEG(std::span<const uint8_t> bytes) {
+// The size a JPEG header declares, when it reads and is within the limits.
+std::optional<std::pair<int, int>> JPEGSize(std::span<const uint8_t> bytes) {
     tjhandle handle = decompressor();
-    if (!handle) return nullptr;
+    if (!handle) return std::nullopt;
     int width = 0, height = 0, subsampling = 0, colorspace = 0;
-    auto* source = const_cast<unsigned char*>(bytes.data());
-    if (tjDecompressHeader3(handle, source, static_cast<unsigned long>(bytes.size()), &width, &height, &subsampling,
-                            &colorspace) != 0 ||
+    if (failedFatally(tjDecompressHeader3(handle, const_cast<unsigned char*>(bytes.data()),
+                                          static_cast<unsigned long>(bytes.size()), &width, &height, &subsampling,
+                                          &colorspace)) ||
         !isDecodableSize(width, height)) {
-        return nullptr;
+        return std::nullopt;
     }
+    return std::pair{width, height};
+}
+
+std::shared_ptr<const Bitmap> decodeJPEG(std::span<const uint8_t> bytes) {
+    const auto size = JPEGSize(bytes);
+    if (!size) return nullptr;
+    const auto [width, height] = *size;
+    tjhandle handle = decompressor();
+    auto* source = const_cast<unsigned char*>(bytes.data());
     std::vector<uint8_t> pixels(static_cast<size_t>(width) * height * 4);
-    if (tjDecompress2(handle, source, static_cast<unsigned long>(bytes.size()), pixels.data(), width, width * 4, height,
-                      TJPF_RGBA, TJFLAG_FASTDCT) != 0 &&
-        tjGetErrorCode(handle) == TJERR_FATAL) {
+    if (failedFatally(tjDecompress2(handle, source, static_cast<unsigned long>(bytes.size()), pixels.data(), width,
+                                    width * 4, height, TJPF_RGBA, TJFLAG_FASTDCT))) {
         return nullptr;
     }
     return Bitmap::createWithOpaquePixels(width, height, std::move(pixels));
@@ -103,6 +131,18 @@ std::shared_ptr<const Bitmap> BitmapCodec::bitmapWithData(std::span<const uint8_
     }
     if (isPNG(bytes)) return decodePNG(bytes);
     return nullptr;
+}
+
+std::shared_ptr<const DeferredBitmap> BitmapCodec::deferredBitmapWithData(std::vector<uint8_t> bytes) {
+    if (!isJPEG(bytes)) {
+        auto bitmap = bitmapWithData(bytes);
+        return bitmap ? DeferredBitmap::createWithBitmap(std::move(bitmap)) : nullptr;
+    }
+    const auto size = JPEGSize(bytes);
+    if (!size) return nullptr;
+    // JPEG has no alpha: every pixel decodes opaque.
+    return DeferredBitmap::create(size->first, size->second, true,
+                                  [bytes = std::move(bytes)] { return decodeJPEG(bytes); });
 }
 
 std::vector<uint8_t> BitmapCodec::JPEGRepresentation(const Bitmap& bitmap, int quality) {

@@ -44,7 +44,7 @@ Image withStages(const Image& image, const ColorStages& stages) {
 // the bitmap. Nothing for other images.
 std::optional<Image> opaqueSilhouette(const Image& image, const Image& color) {
     if (const auto* bitmap = nodeAs<BitmapNode>(image))
-        return bitmap->bitmap().isOpaque() ? std::optional(color.cropped(image.extent())) : std::nullopt;
+        return bitmap->isOpaque() ? std::optional(color.cropped(image.extent())) : std::nullopt;
     if (const auto* crop = nodeAs<CropNode>(image)) {
         const auto inner = opaqueSilhouette(crop->inputs()[0], color);
         return inner ? std::optional(inner->cropped(image.extent())) : std::nullopt;
@@ -61,6 +61,11 @@ std::optional<Image> opaqueSilhouette(const Image& image, const Image& color) {
 }  // namespace
 
 Image Image::imageWithBitmap(std::shared_ptr<const Bitmap> bitmap) {
+    if (!bitmap) return {};
+    return Image(std::make_shared<BitmapNode>(DeferredBitmap::createWithBitmap(std::move(bitmap))));
+}
+
+Image Image::imageWithDeferredBitmap(std::shared_ptr<const DeferredBitmap> bitmap) {
     if (!bitmap) return {};
     return Image(std::make_shared<BitmapNode>(std::move(bitmap)));
 }

@@ -10,6 +10,7 @@
 namespace qm {
 
 class Bitmap;
+class DeferredBitmap;
 class ImageNode;
 
 // How a transform samples its input.
@@ -52,6 +53,9 @@ public:
     // The bitmap's pixels with its lower left corner at the origin: extent (0, 0, width, height),
     // the bitmap's top row at the top. Null for no bitmap.
     static Image imageWithBitmap(std::shared_ptr<const Bitmap> bitmap);
+    // The same for a picture decoded when a render first needs it (see DeferredBitmap). Null for
+    // no picture.
+    static Image imageWithDeferredBitmap(std::shared_ptr<const DeferredBitmap> bitmap);
     // CIConstantColorGenerator: the colour everywhere, infinite extent.
     static Image imageWithColor(const Color& color);
     // Transparent, with an empty extent.

@@ -39,6 +39,10 @@ public:
     // True when input `index` is rendered once per pass over all that is needed of it and shared
     // by every tile.
     virtual bool sharesInput(size_t index) const { return false; }
+    // True for a source with work of its own to do before any tile, needing no other node
+    // (decoding its pixels): the pass runs the loads of all such nodes in parallel, first.
+    virtual bool needsLoading() const { return false; }
+    virtual void load() const {}
     // True when prepare() must run before tiles are rendered.
     virtual bool needsPreparation() const { return false; }
     // Work done once per pass, before any tile, over `region` (all that the pass needs of this

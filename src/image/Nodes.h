@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "image/ColorStages.h"
+#include "image/DeferredBitmap.h"
 #include "image/Image.h"
 #include "image/ImageKernel.h"
 #include "image/ImageNode.h"
@@ -19,16 +20,20 @@ class Bitmap;
 // Fills `out` from `bitmap` (placed at the origin, y up), every channel multiplied by `fade`.
 void bitmapIntoTile(const Bitmap& bitmap, const ImageTile& out, float fade = 1.f);
 
+// A bitmap's pixels, decoded by the pass's loads when they are deferred; transparent where the
+// decode failed.
 class BitmapNode final : public ImageNode {
 public:
-    explicit BitmapNode(std::shared_ptr<const Bitmap> bitmap);
+    explicit BitmapNode(std::shared_ptr<const DeferredBitmap> source);
+    bool needsLoading() const override { return true; }
+    void load() const override { _source->bitmap(); }
     void render(RenderPass& pass, const ImageTile& out) const override;
     const Bitmap* directBitmap(PixelRect& bounds) const override;
     bool isOpaqueOver(const PixelRect& rect) const override;
-    const Bitmap& bitmap() const { return *_bitmap; }
+    bool isOpaque() const { return _source->isOpaque(); }
 
 private:
-    std::shared_ptr<const Bitmap> _bitmap;
+    std::shared_ptr<const DeferredBitmap> _source;
 };
 
 class ConstantColorNode final : public ImageNode {

@@ -37,7 +37,20 @@ void copyInto(const ConstImageTile& from, const ImageTile& out) {
 RenderPass::RenderPass(const ImageNode& root, const PixelRect& region, int threadCount)
     : _threadCount(threadCount) {
     plan(root, region);
+    loadAll();
     prepareAll();
+}
+
+void RenderPass::loadAll() {
+    std::vector<const ImageNode*> sources;
+    for (const ImageNode* node : _order) {
+        if (node->needsLoading() && !_entries[node].needed.isEmpty()) sources.push_back(node);
+    }
+    if (sources.size() == 1) {
+        sources.front()->load();
+    } else if (sources.size() > 1) {
+        parallelFor(sources.size(), [&](size_t index) { sources[index]->load(); });
+    }
 }
 
 void RenderPass::plan(const ImageNode& root, const PixelRect& region) {

@@ -26,8 +26,8 @@ private:
 };
 
 // One render of one graph over one region. On construction it works out what every node must
-// give (the union of its regions of interest), runs the nodes' preparations and renders shared
-// inputs, inputs before the nodes that use them. Afterwards any thread may pull tiles.
+// give (the union of its regions of interest), loads the sources (in parallel), runs the nodes'
+// preparations and renders shared inputs, inputs before the nodes that use them. Afterwards any thread may pull tiles.
 class RenderPass {
 public:
     RenderPass(const ImageNode& root, const PixelRect& region, int threadCount);
@@ -58,6 +58,8 @@ private:
     };
 
     void plan(const ImageNode& root, const PixelRect& region);
+    // Runs the loads of the sources the region needs, in parallel.
+    void loadAll();
     void prepareAll();
 
     int _threadCount;

@@ -201,6 +201,10 @@ std::shared_ptr<const Bitmap> SCResource::decodeCGImage(std::span<const uint8_t>
     return BitmapCodec::bitmapWithData(bytes);
 }
 
+std::shared_ptr<const DeferredBitmap> SCResource::deferredCGImage(std::vector<uint8_t> bytes) {
+    return BitmapCodec::deferredBitmapWithData(std::move(bytes));
+}
+
 std::vector<uint8_t> SCResource::encodeAudioFrame(const std::shared_ptr<QVAudioFrame2>& frame) {
     return QMCommon::archiveRootObject(frame);
 }

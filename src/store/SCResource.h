@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "image/DeferredBitmap.h"
 #include "platform/Bitmap.h"
 #include "platform/Geometry.h"
 #include "platform/KeyedArchiver.h"
@@ -92,6 +93,8 @@ public:
     static std::vector<uint8_t> encodeCGImage(const std::shared_ptr<const Bitmap>& picture);
     // The picture of JPEG bytes; nothing when they do not decode.
     static std::shared_ptr<const Bitmap> decodeCGImage(std::span<const uint8_t> bytes);
+    // The same picture, decoded when first used; nothing when its header does not read.
+    static std::shared_ptr<const DeferredBitmap> deferredCGImage(std::vector<uint8_t> bytes);
     // The keyed archive of one audio frame, as stored in an audio block.
     static std::vector<uint8_t> encodeAudioFrame(const std::shared_ptr<QVAudioFrame2>& frame);
     // The frame of such an archive; nothing for damaged bytes or an archive of another class.

@@ -143,16 +143,14 @@ std::shared_ptr<SCVideoBlock> SCVideoResource::findVideoBlockAtTimestamp(int64_t
 }
 
 void SCVideoResource::fillCache(int64_t timestamp) {
-    if (_cacheCGimage) {
-        _cacheCGimage.reset();
-        _cacheVideoBlock.reset();
-        _cacheThumbImage.reset();
-        _cacheCIImage = Image();
-    }
+    _cacheVideoBlock.reset();
+    _cachePicture.reset();
+    _cacheThumb.reset();
+    _cacheCIImage = Image();
     _cacheVideoBlock = findVideoBlockAtTimestamp(timestamp);
     if (!_cacheVideoBlock) return;
     const SCVideoBlock& block = *_cacheVideoBlock;
-    const std::vector<uint8_t> bytes =
+    std::vector<uint8_t> bytes =
         _storage ? _storage->readDataOfLength(block.length(), block.offset()) : std::vector<uint8_t>();
     if (bytes.empty()) {
         QMLog("Failed to read video image cache buffer.");
@@ -161,16 +159,14 @@ void SCVideoResource::fillCache(int64_t timestamp) {
     }
     // A block that runs past the end of the file is split by the bytes that were read: the
     // thumbnail is their tail, the picture what comes before it.
-    const std::span<const uint8_t> all(bytes);
     if (block.thumbLength() != 0) {
         const size_t thumbLength = std::min<size_t>(block.thumbLength(), bytes.size());
-        const size_t pictureLength = bytes.size() - thumbLength;
-        _cacheCGimage = SCResource::decodeCGImage(all.first(pictureLength));
-        _cacheThumbImage = SCResource::decodeCGImage(all.subspan(pictureLength));
-    } else {
-        _cacheCGimage = SCResource::decodeCGImage(all);
+        const auto thumbStart = bytes.end() - static_cast<std::ptrdiff_t>(thumbLength);
+        _cacheThumb = SCResource::deferredCGImage(std::vector<uint8_t>(thumbStart, bytes.end()));
+        bytes.erase(thumbStart, bytes.end());
     }
-    _cacheCIImage = Image::imageWithBitmap(_cacheCGimage);
+    _cachePicture = SCResource::deferredCGImage(std::move(bytes));
+    _cacheCIImage = Image::imageWithDeferredBitmap(_cachePicture);
 }
 
 void SCVideoResource::fillCacheUnlessHeld(int64_t timestamp, bool held) {
@@ -185,8 +181,9 @@ std::shared_ptr<const Bitmap> SCVideoResource::cachedPicture(int64_t timestamp, 
     if (timestamp < 0 || timestamp > duration()) return nullptr;
     std::shared_ptr<const Bitmap> picture;
     _cacheQueue->sync([&] {
-        fillCacheUnlessHeld(timestamp, _cacheCGimage != nullptr);
-        picture = thumb && _cacheThumbImage ? _cacheThumbImage : _cacheCGimage;
+        fillCacheUnlessHeld(timestamp, _cachePicture && _cachePicture->bitmap());
+        const auto thumbPicture = thumb && _cacheThumb ? _cacheThumb->bitmap() : nullptr;
+        picture = thumbPicture ? thumbPicture : _cachePicture ? _cachePicture->bitmap() : nullptr;
     });
     return picture;
 }

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "foundation/QVRange.h"
+#include "image/DeferredBitmap.h"
 #include "image/Image.h"
 #include "platform/Bitmap.h"
 #include "platform/Dispatch.h"
@@ -74,8 +75,9 @@ public:
     // The full picture at `timestamp`; nothing for a time below 0 or above duration, or when
     // no frame is found, read or decoded.
     std::shared_ptr<const Bitmap> cgImageAtTimestamp(int64_t timestamp);
-    // The same picture as an image for composition; a null image where cgImageAtTimestamp gives
-    // nothing. imageAtTimestamp is the same operation.
+    // The same picture as an image for composition, decoded when a render first needs it: a
+    // null image where no frame is found or read, or its header does not read; a frame whose body
+    // fails to decode renders transparent. imageAtTimestamp is the same operation.
     Image ciImageAtTimestamp(int64_t timestamp);
     Image imageAtTimestamp(int64_t timestamp) { return ciImageAtTimestamp(timestamp); }
     // The thumbnail at `timestamp` when the frame has one, else its full picture.
@@ -101,10 +103,11 @@ private:
     std::vector<std::shared_ptr<SCVideoBlock>> _blocks;
     int64_t _width = 0;
     int64_t _height = 0;
-    // The cache: the block, its decoded picture and thumbnail. Touched only on _cacheQueue.
+    // The cache: the block, its picture and thumbnail, each decoded when first used (the image
+    // for composition when it is rendered). Touched only on _cacheQueue.
     std::shared_ptr<SCVideoBlock> _cacheVideoBlock;
-    std::shared_ptr<const Bitmap> _cacheCGimage;
-    std::shared_ptr<const Bitmap> _cacheThumbImage;
+    std::shared_ptr<const DeferredBitmap> _cachePicture;
+    std::shared_ptr<const DeferredBitmap> _cacheThumb;
     Image _cacheCIImage;
     std::shared_ptr<DispatchQueue> _cacheQueue = DispatchQueue::createSerial();
     std::shared_ptr<const Bitmap> _thumbnail;

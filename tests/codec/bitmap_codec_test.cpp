@@ -86,6 +86,10 @@ TEST(BitmapTest, BytesThatAreNoPictureDecodeToNothing) {
             EXPECT_GT(decoded->width(), 0);
         }
     }
+    // Damaged pictures leave the decoder able to read a sound one.
+    const auto sound = BitmapCodec::bitmapWithData(BitmapCodec::JPEGRepresentation(*testPicture(24, 24), 80));
+    ASSERT_NE(sound, nullptr);
+    EXPECT_EQ(sound->width(), 24);
 }
 
 TEST(BitmapTest, ScalingAveragesAreas) {
@@ -98,4 +102,32 @@ TEST(BitmapTest, ScalingAveragesAreas) {
     EXPECT_EQ(small->pixelAt(1, 0)[0], 100);
     EXPECT_EQ(small->pixelAt(0, 1)[0], 50);
     EXPECT_EQ(testPicture(8, 8)->scaledToSize(0, 3), nullptr);
+}
+
+TEST(BitmapTest, DeferredJPEGKeepsItsBytesUntilUsedAndPNGDecodesAtOnce) {
+    const auto picture = testPicture(24, 16);
+    auto jpeg = BitmapCodec::JPEGRepresentation(*picture, 90);
+    const auto deferred = BitmapCodec::deferredBitmapWithData(jpeg);
+    ASSERT_NE(deferred, nullptr);
+    EXPECT_EQ(deferred->width(), 24);
+    EXPECT_EQ(deferred->height(), 16);
+    EXPECT_TRUE(deferred->isOpaque());
+    const auto now = BitmapCodec::bitmapWithData(jpeg);
+    ASSERT_NE(deferred->bitmap(), nullptr);
+    EXPECT_EQ(deferred->bitmap()->pixelAt(7, 9), now->pixelAt(7, 9));
+
+    const auto png = BitmapCodec::deferredBitmapWithData(BitmapCodec::PNGRepresentation(*picture));
+    ASSERT_NE(png, nullptr);
+    EXPECT_FALSE(png->isOpaque());
+
+    // A header that does not read gives nothing at once; a body cut short decodes what is there.
+    EXPECT_EQ(BitmapCodec::deferredBitmapWithData({0xFF, 0xD8, 0xFF, 0x00}), nullptr);
+    EXPECT_EQ(BitmapCodec::deferredBitmapWithData({1, 2, 3}), nullptr);
+    auto large = BitmapCodec::JPEGRepresentation(*testPicture(160, 120), 90);
+    large.resize(large.size() * 3 / 4);
+    const auto cut = BitmapCodec::deferredBitmapWithData(large);
+    ASSERT_NE(cut, nullptr);
+    const auto& partial = cut->bitmap();
+    ASSERT_NE(partial, nullptr);
+    EXPECT_EQ(partial->width(), 160);
 }
