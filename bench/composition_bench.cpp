@@ -86,7 +86,7 @@ std::shared_ptr<const Bitmap> cameraFrame(int index, int seed) {
         uint8_t* row = rgba.data() + static_cast<size_t>(y) * kWidth * 4;
         for (int x = 0; x < kWidth; ++x) {
             const bool box = std::abs(x - (300 + index * 9)) < 220 && std::abs(y - (400 + seed * 200)) < 160;
-            const int grain = static_cast<int>(noise() % 24);
+            const int grain = static_cast<int>(noise() % 12);
             row[x * 4 + 0] = box ? 230 : static_cast<uint8_t>((x / 9 + index * 2 + seed * 60 + grain) & 255);
             row[x * 4 + 1] = box ? 190 : static_cast<uint8_t>((y / 5 + index + grain) & 255);
             row[x * 4 + 2] = box ? 50 : static_cast<uint8_t>((((x ^ y) >> 4) * 5 + grain) & 255);
@@ -100,10 +100,11 @@ std::shared_ptr<const Bitmap> cameraFrame(int index, int seed) {
 struct StoredFrames {
     std::shared_ptr<SCResourceStorage> storage;
     std::vector<std::shared_ptr<SCVideoBlock>> blocks;
+    uint64_t bytes;
 };
 
 StoredFrames storeFrames(int seed) {
-    StoredFrames stored{SCResourceStorage::create(), {}};
+    StoredFrames stored{SCResourceStorage::create(), {}, 0};
     uint64_t offset = 0;
     for (int k = 0; k < kClipFrames; ++k) {
         const auto jpeg = SCResource::encodeCGImage(cameraFrame(k, seed));
@@ -113,6 +114,7 @@ StoredFrames storeFrames(int seed) {
         offset += jpeg.size();
     }
     stored.storage->flushCacheBuffer();
+    stored.bytes = offset;
     return stored;
 }
 
@@ -182,12 +184,14 @@ std::shared_ptr<QVProject> makeProject(const Sources& sources) {
     return project;
 }
 
-// The three parts of one frame, in ms.
+// The parts of one frame, in ms. The frame's time is read + compose + render; renderDecoded is
+// a second render of the same graph, with its frames decoded already.
 struct FrameTime {
-    double decode = 0;
+    double read = 0;
     double compose = 0;
     double render = 0;
-    double total() const { return decode + compose + render; }
+    double renderDecoded = 0;
+    double total() const { return read + compose + render; }
 };
 
 class FrameMaker {
@@ -197,8 +201,8 @@ public:
           _context(RenderContext::create()),
           _pixels(static_cast<size_t>(kWidth) * kHeight * 4) {}
 
-    // Decodes the stored frames the picture at `timestamp` shows (the clips' own readers would
-    // do it inside the composition otherwise), composes and renders.
+    // Reads the stored frames the picture at `timestamp` shows (the clips' own readers would do
+    // it inside the composition otherwise), composes, and renders, which decodes the frames.
     FrameTime make(int64_t timestamp) {
         FrameTime time;
         auto start = Clock::now();
@@ -207,33 +211,44 @@ public:
                 clip->imageAtSourceTimestamp(clip->trackTimestampToSource(timestamp));
             }
         }
-        time.decode = millisecondsSince(start);
+        time.read = millisecondsSince(start);
         start = Clock::now();
         const Image image = _project->imageAtTimestamp(timestamp, true);
         time.compose = millisecondsSince(start);
         start = Clock::now();
-        _context->render(image, {0, 0, kWidth, kHeight}, PixelFormat::BGRA8Premultiplied, _pixels.data(),
-                         static_cast<size_t>(kWidth) * 4);
+        render(image);
         time.render = millisecondsSince(start);
+        start = Clock::now();
+        render(image);
+        time.renderDecoded = millisecondsSince(start);
         return time;
     }
 
 private:
+    void render(const Image& image) {
+        _context->render(image, {0, 0, kWidth, kHeight}, PixelFormat::BGRA8Premultiplied, _pixels.data(),
+                         static_cast<size_t>(kWidth) * 4);
+    }
+
     std::shared_ptr<QVProject> _project;
     std::shared_ptr<RenderContext> _context;
     std::vector<uint8_t> _pixels;
 };
 
+// Where a frame's time goes: reading the stored bytes and composing the graph, decoding the
+// frames (the render's extra time over a render of frames already decoded), and rendering.
 void printRow(const char* label, const std::vector<FrameTime>& frames) {
     FrameTime sum;
     for (const auto& f : frames) {
-        sum.decode += f.decode;
+        sum.read += f.read;
         sum.compose += f.compose;
         sum.render += f.render;
+        sum.renderDecoded += f.renderDecoded;
     }
     const double n = static_cast<double>(frames.size());
-    std::printf("  %-18s %6.1f fps  %6.2f ms/frame  (decode %5.2f, compose %5.2f, render %5.2f)\n", label,
-                1000.0 * n / sum.total(), sum.total() / n, sum.decode / n, sum.compose / n, sum.render / n);
+    std::printf("  %-16s %5.1f fps %6.2f ms/frame: read %4.2f, compose %4.2f, JPEG decode %5.2f, render %5.2f\n", label,
+                1000.0 * n / sum.total(), sum.total() / n, sum.read / n, sum.compose / n,
+                (sum.render - sum.renderDecoded) / n, sum.renderDecoded / n);
 }
 
 }  // namespace
@@ -250,7 +265,8 @@ int main() {
     const StoredFrames a = storeFrames(0);
     const StoredFrames b = storeFrames(1);
     const std::string picture = writeOverlayPicture(directory.path());
-    std::printf("  stored 2 x %d frames in %.1f s\n", kClipFrames, millisecondsSince(start) / 1000);
+    std::printf("  stored 2 x %d frames in %.1f s, %.0f kB per frame\n", kClipFrames, millisecondsSince(start) / 1000,
+                static_cast<double>(a.bytes + b.bytes) / (2.0 * kClipFrames * 1000));
     std::printf("  load average before: %s\n", loadAverage().c_str());
 
     // The frames from 1 s before the overlap to its end: the entrance, clip A alone, the Dissolve.
@@ -270,24 +286,27 @@ int main() {
     // Scrubbing: jumps to random frames of the Dissolve, never the frame shown before, so both
     // stored frames are read and decoded anew.
     std::mt19937 random(42);
-    std::vector<double> single;
+    std::vector<FrameTime> single;
     const int overlapStart = kClipFrames - kOverlapFrames;
     int shown = -1;
     while (static_cast<int>(single.size()) < kRandomFrames) {
         const int frame = overlapStart + static_cast<int>(random() % kOverlapFrames);
         if (frame == shown) continue;
         shown = frame;
-        single.push_back(maker.make(frame * kFrameDuration + kFrameDuration / 3).total());
+        single.push_back(maker.make(frame * kFrameDuration + kFrameDuration / 3));
     }
-    std::sort(single.begin(), single.end());
-    std::printf("  one cold frame in the Dissolve: median %.2f ms, worst %.2f ms of %d\n", single[single.size() / 2],
-                single.back(), kRandomFrames);
+    printRow("scrub (Dissolve)", single);
+    std::vector<double> totals;
+    for (const auto& f : single) totals.push_back(f.total());
+    std::sort(totals.begin(), totals.end());
+    std::printf("  one cold frame in the Dissolve: median %.2f ms, worst %.2f ms of %d\n", totals[totals.size() / 2],
+                totals.back(), kRandomFrames);
 
     double warmTotal = 0;
     for (const auto& f : warm) warmTotal += f.total();
     const double warmFps = 1000.0 * static_cast<double>(warm.size()) / warmTotal;
     std::printf("  target: %.0f fps warm %s, %.0f ms cold %s\n", kWarmTargetFps,
                 warmFps >= kWarmTargetFps ? "met" : "MISSED", kColdTargetMs,
-                single[single.size() / 2] <= kColdTargetMs ? "met" : "MISSED");
+                totals[totals.size() / 2] <= kColdTargetMs ? "met" : "MISSED");
     return 0;
 }
