@@ -3,15 +3,19 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "codec/MediaSampleBuffer.h"
 #include "codec/PixelBuffer.h"
 
 namespace qm {
 
-class MovieMuxer;
+class AudioEncoder;
 class EncodeQueue;
+class MovieMuxer;
+class VideoEncoder;
 
 // Containers a MovieWriter writes.
 enum class MovieContainer {
@@ -46,7 +50,7 @@ struct MovieAudioSettings {
 // One stream of a MovieWriter (the AVAssetWriterInput of this engine). An append hands the media
 // to the input's own serial encode queue and returns; the input is ready for more media while
 // fewer than its backlog limit of appends wait there. An append fails once the writer has failed
-// or finished, and when the media does not fit the stream.
+// or begun to finish, and when the media does not fit the stream.
 class MovieWriterInput {
 public:
     virtual ~MovieWriterInput();
@@ -58,46 +62,64 @@ public:
     int backlogLimit() const;
 
 protected:
-    MovieWriterInput(std::shared_ptr<MovieMuxer> muxer, int streamIndex, int backlogLimit);
+    MovieWriterInput(std::shared_ptr<MovieMuxer> muxer, int backlogLimit);
 
-    // Queues `encode` unless the writer has failed or finished; false then.
+    // Queues `encode` unless the writer no longer takes media; false then.
     bool enqueue(std::function<void()> encode);
 
     const std::shared_ptr<MovieMuxer> _muxer;
-    const int _streamIndex;
+
+private:
+    friend class MovieWriter;
+    // Waits for the queued appends, then flushes the encoder into the file.
+    bool finishEncoding();
+    virtual bool flushEncoder() = 0;
+
     const std::shared_ptr<EncodeQueue> _queue;
 };
 
 // H.264 (libx264, preset veryfast) from YUV 4:2:0 pixel buffers.
 class MovieVideoInput : public MovieWriterInput {
 public:
+    ~MovieVideoInput() override;
+
     // The pixel format (FFmpeg's AVPixelFormat) that appended buffers must have.
     int pixelFormat() const;
-    int width() const;
-    int height() const;
+    int width() const { return _settings.width; }
+    int height() const { return _settings.height; }
 
-    // Encodes the picture at `presentTime` (any timescale; kept exactly at 1/90000 s). The buffer
-    // is held until it has been encoded. False for a buffer of another size or format.
+    // Encodes the picture at `presentTime` (any timescale; kept at 1/90000 s). The buffer is held
+    // until it has been encoded. False for a buffer of another size or format, or a time that is
+    // not after the last one.
     bool appendPixelBuffer(std::shared_ptr<PixelBuffer> buffer, CMTime presentTime);
 
 private:
     friend class MovieWriter;
-    MovieVideoInput(std::shared_ptr<MovieMuxer> muxer, int streamIndex, int width, int height);
+    MovieVideoInput(std::shared_ptr<MovieMuxer> muxer, std::shared_ptr<VideoEncoder> encoder,
+                    const MovieVideoSettings& settings, int backlogLimit);
+    bool flushEncoder() override;
 
-    int _width, _height;
+    std::shared_ptr<VideoEncoder> _encoder;
+    MovieVideoSettings _settings;
+    std::optional<int64_t> _lastPresentTime;
 };
 
 // Audio from interleaved PCM sample buffers (8/16/32-bit integer or float), converted to what the
 // encoder takes, cut into the encoder's frames and stamped by the running count of samples.
 class MovieAudioInput : public MovieWriterInput {
 public:
+    ~MovieAudioInput() override;
+
     // False for a block of another sample rate or channel count than the stream.
     bool appendSampleBuffer(std::shared_ptr<const MediaSampleBuffer> buffer);
 
 private:
     friend class MovieWriter;
-    MovieAudioInput(std::shared_ptr<MovieMuxer> muxer, int streamIndex, const MovieAudioSettings& settings);
+    MovieAudioInput(std::shared_ptr<MovieMuxer> muxer, std::shared_ptr<AudioEncoder> encoder,
+                    const MovieAudioSettings& settings, int backlogLimit);
+    bool flushEncoder() override;
 
+    std::shared_ptr<AudioEncoder> _encoder;
     MovieAudioSettings _settings;
 };
 
@@ -137,6 +159,7 @@ private:
     explicit MovieWriter(std::shared_ptr<MovieMuxer> muxer) : _muxer(std::move(muxer)) {}
 
     std::shared_ptr<MovieMuxer> _muxer;
+    std::vector<std::shared_ptr<MovieWriterInput>> _inputs;
 };
 
 }  // namespace qm
