@@ -93,7 +93,7 @@ bool MovieMuxer::writeHeader() {
     return true;
 }
 
-bool MovieMuxer::writeEncodedPackets(AVCodecContext* encoder, int streamIndex) {
+bool MovieMuxer::writeEncodedPackets(AVCodecContext* encoder, int streamIndex, int64_t fallbackDuration) {
     AVPacket* packet = av_packet_alloc();
     if (!packet) {
         fail("Out of memory");
@@ -108,6 +108,7 @@ bool MovieMuxer::writeEncodedPackets(AVCodecContext* encoder, int streamIndex) {
             written = false;
             break;
         }
+        if (packet->duration <= 0) packet->duration = fallbackDuration;
         if (!writePacket(packet, encoder, streamIndex)) {
             written = false;
             break;

@@ -28,8 +28,9 @@ public:
     // A stream for an opened encoder, before the header; its index, or -1.
     int addStream(const AVCodecContext* encoder);
     bool writeHeader();
-    // Takes every packet the encoder has ready and writes it; false once writing has failed.
-    bool writeEncodedPackets(AVCodecContext* encoder, int streamIndex);
+    // Takes every packet the encoder has ready and writes it, giving packets without a duration
+    // `fallbackDuration` (encoder time base); false once writing has failed.
+    bool writeEncodedPackets(AVCodecContext* encoder, int streamIndex, int64_t fallbackDuration);
     // Ends appending: appends fail from now on.
     void beginFinishing();
     bool writeTrailer();

@@ -78,7 +78,7 @@ bool StreamEncoder::encode(const AVFrame* frame) {
         _muxer->fail(std::string("Encoder refused media: ") + describeFFmpegError(status));
         return false;
     }
-    return _muxer->writeEncodedPackets(_context, _streamIndex);
+    return _muxer->writeEncodedPackets(_context, _streamIndex, _packetDuration);
 }
 
 bool StreamEncoder::flush() { return encode(nullptr); }
@@ -107,6 +107,7 @@ std::unique_ptr<VideoEncoder> VideoEncoder::create(std::shared_ptr<MovieMuxer> m
     AVDictionary* options = nullptr;
     av_dict_set(&options, "preset", "veryfast", 0);
     if (!encoder->openAndAddStream("libx264", &options)) return nullptr;
+    encoder->_packetDuration = av_rescale_q(1, av_inv_q(context->framerate), kVideoTimeBase);
     return encoder;
 }
 

@@ -41,6 +41,8 @@ protected:
     std::shared_ptr<MovieMuxer> _muxer;
     AVCodecContext* _context;
     int _streamIndex = -1;
+    // Given to packets that come out without a duration (the last picture would have none).
+    int64_t _packetDuration = 0;
 };
 
 // H.264 by libx264 (preset veryfast) from YUV 4:2:0 buffers, in a 1/90000 time base.

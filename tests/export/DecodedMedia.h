@@ -2,8 +2,10 @@
 
 // Reads an exported file back with FFmpeg: what a player would see.
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -30,7 +32,7 @@ struct DecodedAudio {
     std::string codec;
     int sampleRate = 0, channels = 0;
     int64_t sampleCount = 0;
-    // Times where channel 0 turns loud (above 0.2) after at least half a second of quiet.
+    // Times where channel 0 turns loud (above 0.2) after at least half a second below that.
     std::vector<double> onsetTimes;
     double peak = 0;
 };
@@ -104,15 +106,19 @@ private:
         }
         std::vector<float> samples(static_cast<size_t>(frame.nb_samples) * static_cast<size_t>(channels));
         uint8_t* out[] = {reinterpret_cast<uint8_t*>(samples.data())};
-        const int count = swr_convert(_toFloat, out, frame.nb_samples,
-                                      const_cast<const uint8_t**>(frame.extended_data), frame.nb_samples);
+        const int count = swr_convert(_toFloat, out, frame.nb_samples, const_cast<const uint8_t**>(frame.extended_data),
+                                      frame.nb_samples);
         for (int i = 0; i < count; ++i) {
             const double level = std::fabs(samples[static_cast<size_t>(i) * static_cast<size_t>(channels)]);
             audio.peak = std::max(audio.peak, level);
-            if (level > 0.2 && _quietSamples >= frame.sample_rate / 2) {
-                audio.onsetTimes.push_back(time + static_cast<double>(i) / frame.sample_rate);
+            if (level > 0.2) {
+                if (_samplesSinceLoud >= frame.sample_rate / 2) {
+                    audio.onsetTimes.push_back(time + static_cast<double>(i) / frame.sample_rate);
+                }
+                _samplesSinceLoud = 0;
+            } else {
+                ++_samplesSinceLoud;
             }
-            _quietSamples = level < 0.05 ? _quietSamples + 1 : 0;
         }
     }
 
@@ -120,7 +126,8 @@ private:
     AVCodecContext* _context = nullptr;
     SwrContext* _toFloat = nullptr;
     bool _open = false;
-    int64_t _quietSamples = 0;
+    // Starts as if quiet had lasted: a sound at the very start is an onset too.
+    int64_t _samplesSinceLoud = INT64_MAX / 2;
 };
 
 }  // namespace detail
@@ -145,10 +152,11 @@ inline DecodedMedia decodeMedia(const std::string& path) {
         if (!decoders[i]->isOpen()) media.error = "no decoder for stream " + std::to_string(i);
         const std::string codec = avcodec_get_name(stream->codecpar->codec_id);
         if (type == AVMEDIA_TYPE_VIDEO) {
-            media.video = DecodedVideo{.codec = codec, .width = stream->codecpar->width,
-                                       .height = stream->codecpar->height};
+            media.video =
+                DecodedVideo{.codec = codec, .width = stream->codecpar->width, .height = stream->codecpar->height};
         } else {
-            media.audio = DecodedAudio{.codec = codec, .sampleRate = stream->codecpar->sample_rate,
+            media.audio = DecodedAudio{.codec = codec,
+                                       .sampleRate = stream->codecpar->sample_rate,
                                        .channels = stream->codecpar->ch_layout.nb_channels};
         }
     }

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <numbers>
 #include <optional>
 #include <vector>
@@ -30,7 +31,8 @@ struct FakeSourceRecipe {
     SampleType sampleType = SampleType::Int16;
     int blockSamples = 1000;
     int64_t totalSamples = 3 * 44100;
-    // Flash and beep every `markPeriodSeconds` instead of colours and a sine.
+    // A white flash (one frame) and a beep (0.1 s of 1 kHz) half-way through every period of
+    // `markPeriodSeconds`, over dark grey and silence, instead of colours and a sine.
     int markPeriodSeconds = 0;
 };
 
@@ -78,7 +80,8 @@ public:
         return QMTimestampFromSamples(_recipe.sampleRate, _recipe.totalSamples);
     }
 
-    std::optional<Image> FMAssetWriterTaskGetVideoImageAtTimestamp(FMAssetWriterTask& task, int64_t* timestamp) override {
+    std::optional<Image> FMAssetWriterTaskGetVideoImageAtTimestamp(FMAssetWriterTask& task,
+                                                                   int64_t* timestamp) override {
         ++videoCalls;
         if (cancelOnFirstPicture) task.cancelAssetWrite();
         if (!_recipe.video || _nextFrame >= _recipe.frameCount) return Image();
@@ -86,8 +89,8 @@ public:
         return picture(_nextFrame++);
     }
 
-    std::optional<std::vector<uint8_t>> FMAssetWriterTaskGetAudioFrame(FMAssetWriterTask&,
-                                                                       AudioStreamBasicDescription* description) override {
+    std::optional<std::vector<uint8_t>> FMAssetWriterTaskGetAudioFrame(
+        FMAssetWriterTask&, AudioStreamBasicDescription* description) override {
         ++audioCalls;
         if (!_recipe.audio) return std::nullopt;
         *description = describePCM(_recipe.sampleRate, _recipe.channels, _recipe.sampleType);
@@ -106,7 +109,8 @@ private:
     Image picture(int index) const {
         const Rect frame{{0, 0}, {double(_recipe.width), double(_recipe.height)}};
         if (_recipe.markPeriodSeconds > 0) {
-            const bool flash = index % (_recipe.markPeriodSeconds * _recipe.framesPerSecond) == 0;
+            const int period = _recipe.markPeriodSeconds * _recipe.framesPerSecond;
+            const bool flash = index % period == period / 2;
             return Image::imageWithColor(flash ? Color::white() : Color::colorWithWhite(0.1)).cropped(frame);
         }
         const double phase = static_cast<double>(index) / _recipe.frameCount;
@@ -119,7 +123,8 @@ private:
         const double t = static_cast<double>(sample) / _recipe.sampleRate;
         if (_recipe.markPeriodSeconds > 0) {
             const int64_t period = static_cast<int64_t>(_recipe.markPeriodSeconds) * _recipe.sampleRate;
-            const bool beep = sample % period < _recipe.sampleRate / 10;
+            const int64_t sinceMark = sample % period - period / 2;
+            const bool beep = sinceMark >= 0 && sinceMark < _recipe.sampleRate / 10;
             return beep ? 0.6 * std::sin(2 * std::numbers::pi * 1000 * t) : 0.0;
         }
         return 0.5 * std::sin(2 * std::numbers::pi * 440 * t);

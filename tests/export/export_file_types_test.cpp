@@ -82,7 +82,9 @@ TEST_P(ExportFileTypeTest, ExportDecodesToThePicturesAndSamplesThatWentIn) {
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFileType, ExportFileTypeTest, ::testing::ValuesIn(kCases),
-                         [](const ::testing::TestParamInfo<FileTypeCase>& param) { return std::string(param.param.name); });
+                         [](const ::testing::TestParamInfo<FileTypeCase>& param) {
+                             return std::string(param.param.name);
+                         });
 
 }  // namespace
 }  // namespace qm
