@@ -17,7 +17,6 @@ struct CMTime {
     // The nearest value in `timescale` units to `seconds`.
     static CMTime makeWithSeconds(double seconds, int32_t timescale);
     bool isValid() const { return timescale > 0; }
-    double seconds() const { return isValid() ? static_cast<double>(value) / timescale : 0.0; }
 };
 
 // Channel layout tags of the audio framework: the layout in the high 16 bits, the channel count

@@ -17,7 +17,6 @@ class EncodeQueue : public std::enable_shared_from_this<EncodeQueue> {
 public:
     explicit EncodeQueue(int limit) : _queue(DispatchQueue::createSerial("com.quorvia.encode")), _limit(limit) {}
 
-    int limit() const { return _limit; }
     bool isReady() const { return _waiting.load() < _limit; }
 
     void async(std::function<void()> task) {
@@ -43,8 +42,6 @@ MovieWriterInput::MovieWriterInput(std::shared_ptr<MovieMuxer> muxer, int backlo
 MovieWriterInput::~MovieWriterInput() = default;
 
 bool MovieWriterInput::isReadyForMoreMediaData() const { return _muxer->acceptsMedia() && _queue->isReady(); }
-
-int MovieWriterInput::backlogLimit() const { return _queue->limit(); }
 
 bool MovieWriterInput::finishEncoding() {
     bool flushed = false;

@@ -58,8 +58,6 @@ public:
     MovieWriterInput& operator=(const MovieWriterInput&) = delete;
 
     bool isReadyForMoreMediaData() const;
-    // Appends that may wait on the encode queue before the input stops being ready.
-    int backlogLimit() const;
 
 protected:
     MovieWriterInput(std::shared_ptr<MovieMuxer> muxer, int backlogLimit);
@@ -85,8 +83,6 @@ public:
 
     // The pixel format (FFmpeg's AVPixelFormat) that appended buffers must have.
     int pixelFormat() const;
-    int width() const { return _settings.width; }
-    int height() const { return _settings.height; }
 
     // Encodes the picture at `presentTime` (any timescale; kept at 1/90000 s). The buffer is held
     // until it has been encoded. False for a buffer of another size or format, or a time that is

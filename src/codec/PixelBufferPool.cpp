@@ -46,10 +46,4 @@ std::shared_ptr<PixelBuffer> PixelBufferPool::createPixelBuffer() {
     });
 }
 
-int PixelBufferPool::width() const { return _shelf->width; }
-
-int PixelBufferPool::height() const { return _shelf->height; }
-
-int PixelBufferPool::pixelFormat() const { return _shelf->pixelFormat; }
-
 }  // namespace qm

@@ -21,10 +21,6 @@ public:
     // A free buffer (its pixels are what was last written to it); nothing when memory runs out.
     std::shared_ptr<PixelBuffer> createPixelBuffer();
 
-    int width() const;
-    int height() const;
-    int pixelFormat() const;
-
 private:
     struct Shelf;
     explicit PixelBufferPool(std::shared_ptr<Shelf> shelf) : _shelf(std::move(shelf)) {}

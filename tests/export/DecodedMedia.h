@@ -23,8 +23,10 @@ struct DecodedVideo {
     std::string codec;
     int width = 0, height = 0;
     int frameCount = 0;
-    // Present time of each frame in seconds, and frames whose mean luma is above 200 (white).
+    // Present time and mean luma of each frame, and the times of frames whose mean luma is above
+    // 200 (white).
     std::vector<double> frameTimes;
+    std::vector<double> meanLuma;
     std::vector<double> whiteFrameTimes;
 };
 
@@ -39,7 +41,6 @@ struct DecodedAudio {
 
 struct DecodedMedia {
     std::string error;
-    std::string formatName;
     double durationSeconds = 0;
     std::optional<DecodedVideo> video;
     std::optional<DecodedAudio> audio;
@@ -90,7 +91,8 @@ private:
         for (int y = 0; y < frame.height; ++y) {
             for (int x = 0; x < frame.width; ++x) sum += frame.data[0][y * frame.linesize[0] + x];
         }
-        if (sum / (frame.width * frame.height) > 200) video.whiteFrameTimes.push_back(time);
+        video.meanLuma.push_back(sum / (frame.width * frame.height));
+        if (video.meanLuma.back() > 200) video.whiteFrameTimes.push_back(time);
     }
 
     void takeSound(const AVFrame& frame, double time, DecodedAudio& audio) {
@@ -141,7 +143,6 @@ inline DecodedMedia decodeMedia(const std::string& path) {
         avformat_close_input(&format);
         return media;
     }
-    media.formatName = format->iformat->name;
     media.durationSeconds = format->duration == AV_NOPTS_VALUE ? 0 : format->duration / double(AV_TIME_BASE);
     std::vector<std::unique_ptr<detail::StreamDecoder>> decoders(format->nb_streams);
     for (unsigned i = 0; i < format->nb_streams; ++i) {

@@ -7,6 +7,7 @@
 #include "DecodedMedia.h"
 #include "ExportFakes.h"
 #include "codec/MovieWriter.h"
+#include "codec/PixelBufferPool.h"
 #include "platform/Log.h"
 #include "support/TestEnvironment.h"
 
@@ -152,6 +153,34 @@ TEST_F(AssetWriterTest, TargetsThatCannotBeWrittenFailTheStartWithOneLine) {
     EXPECT_NE(log.lines()[0].find("No such file or directory"), std::string::npos) << log.lines()[0];
     EXPECT_FALSE(unreachable->appendPCMData(sine(_stereo, 100), _stereo));
     EXPECT_FALSE(unreachable->finishWriter());
+}
+
+TEST_F(AssetWriterTest, AnInputThatIsNeverReadyFailsTheWaitAndAReadyOneDoesNotWait) {
+    std::string error;
+    auto writer = MovieWriter::create(_directory.file("wait.wav"), MovieContainer::WAVE, &error);
+    auto input =
+        writer->addAudioInput({.codec = MovieAudioCodec::LinearPCM, .sampleRate = 44100, .channelCount = 2}, 20);
+    ASSERT_NE(input, nullptr) << writer->errorDescription();
+    // Before the header is written the input takes nothing: all eleven waits run out.
+    EXPECT_FALSE(FMAssetWriter::waitWriteInputReady(*input));
+    ASSERT_TRUE(writer->startWriting());
+    EXPECT_TRUE(FMAssetWriter::waitWriteInputReady(*input));
+    EXPECT_TRUE(writer->finishWriting());
+}
+
+TEST_F(AssetWriterTest, PooledPixelBuffersComeBackWhenReleased) {
+    auto pool = PixelBufferPool::create(64, 48, AV_PIX_FMT_YUV420P, 2);
+    ASSERT_NE(pool, nullptr);
+    auto first = pool->createPixelBuffer();
+    auto second = pool->createPixelBuffer();
+    auto third = pool->createPixelBuffer();  // beyond the minimum: a new buffer
+    ASSERT_TRUE(first && second && third);
+    EXPECT_EQ(third->width(), 64);
+    EXPECT_EQ(third->pixelFormat(), AV_PIX_FMT_YUV420P);
+    const PixelBuffer* released = second.get();
+    second.reset();
+    EXPECT_EQ(pool->createPixelBuffer().get(), released);
+    EXPECT_NE(first.get(), third.get());
 }
 
 TEST_F(AssetWriterTest, AFullDiskFailsTheWriterInsteadOfCrashing) {

@@ -79,6 +79,10 @@ TEST_P(ExportFileTypeTest, ExportDecodesToThePicturesAndSamplesThatWentIn) {
     ASSERT_EQ(media.video->frameTimes.size(), 45u);
     EXPECT_NEAR(media.video->frameTimes.front(), 0.0, 1e-3);
     EXPECT_NEAR(media.video->frameTimes.back(), 44.0 / 15, 1e-3);
+    // Frame k is the colour (k/45, 0.3, 1 - k/45) with a 20x20 yellow square (1/48 of the picture).
+    // In BT.709 limited range the means are 81.7 for the first frame and 111.2 for the last.
+    EXPECT_NEAR(media.video->meanLuma.front(), 81.7, 3);
+    EXPECT_NEAR(media.video->meanLuma.back(), 111.2, 3);
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryFileType, ExportFileTypeTest, ::testing::ValuesIn(kCases),
