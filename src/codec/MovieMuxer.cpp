@@ -1,9 +1,7 @@
 #include "codec/MovieMuxer.h"
 
-#include <cstdarg>
-#include <cstring>
 
-#include "platform/Log.h"
+#include "codec/MediaLibraryLog.h"
 
 extern "C" {
 #include <libavcodec/avcodec.h>
@@ -14,19 +12,6 @@ extern "C" {
 namespace qm {
 
 namespace {
-
-void forwardFFmpegLog(void* object, int level, const char* format, va_list arguments) {
-    if (level > AV_LOG_WARNING) return;
-    static thread_local int printPrefix = 1;
-    char line[1024];
-    va_list copy;
-    va_copy(copy, arguments);
-    av_log_format_line2(object, level, format, copy, line, sizeof line, &printPrefix);
-    va_end(copy);
-    size_t length = std::strlen(line);
-    while (length > 0 && (line[length - 1] == '\n' || line[length - 1] == '\r')) line[--length] = '\0';
-    if (length > 0) QMLog("%s", line);
-}
 
 const char* muxerName(MovieContainer container) {
     switch (container) {
@@ -53,8 +38,7 @@ std::string describeFFmpegError(int error) {
 }
 
 std::shared_ptr<MovieMuxer> MovieMuxer::open(const std::string& path, MovieContainer container, std::string* error) {
-    static std::once_flag logForwarding;
-    std::call_once(logForwarding, [] { av_log_set_callback(forwardFFmpegLog); });
+    routeMediaLibraryLogToQMLog();
 
     AVFormatContext* context = nullptr;
     int status = avformat_alloc_output_context2(&context, nullptr, muxerName(container), path.c_str());
