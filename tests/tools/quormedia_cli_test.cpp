@@ -1,0 +1,157 @@
+// The command-line host, run as a child process in private user folders.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "support/MediaFileWriter.h"
+#include "support/TestEnvironment.h"
+
+namespace qm {
+namespace {
+
+struct CliRun {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr together
+};
+
+// Runs the host with `arguments` (already quoted for the shell).
+CliRun quormedia(const std::string& arguments) {
+    const std::string command = std::string(QUORMEDIA_CLI) + " " + arguments + " 2>&1";
+    CliRun run;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return run;
+    char buffer[4096];
+    while (const size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) run.output.append(buffer, n);
+    const int status = ::pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+class QuormediaCliTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        test::VideoTrackSpec video;
+        video.width = 96;
+        video.height = 64;
+        video.frameCount = 20;
+        video.frameRate = {10, 1};
+        test::AudioTrackSpec audio;
+        audio.seconds = 2.0;
+        ASSERT_EQ(test::writeMediaFile(movie(), {video, audio, {}}), "");
+    }
+
+    std::string movie() const { return folders.file("clip.mp4"); }
+    std::string file(const std::string& name) const { return folders.file(name); }
+    std::string write(const std::string& name, const std::string& text) const {
+        std::ofstream(file(name)) << text;
+        return file(name);
+    }
+    // A new edit file with one clip of the movie, with `extra` keys added to the clip.
+    std::string edit(const std::string& extra = "") {
+        return write("edit" + std::to_string(++_edits) + ".json",
+                     R"({"output": {"width": 160, "height": 120, "fps": 10},
+  "tracks": [{"clips": [{"file": "clip.mp4", "duration": 1.5)" +
+                         extra + "}]}]}");
+    }
+
+    test::PrivateUserDirectories folders{"quormedia_cli_test"};
+
+private:
+    int _edits = 0;
+};
+
+TEST_F(QuormediaCliTest, ImportListsTheResourceAndKnowsADuplicate) {
+    const CliRun first = quormedia("import " + movie());
+    EXPECT_EQ(first.exitCode, 0) << first.output;
+    EXPECT_NE(first.output.find("movie"), std::string::npos) << first.output;
+    EXPECT_NE(first.output.find("96x64"), std::string::npos) << first.output;
+
+    const CliRun again = quormedia("import " + movie());
+    EXPECT_EQ(again.exitCode, 0);
+    EXPECT_NE(again.output.find("already in the store: " + movie()), std::string::npos) << again.output;
+
+    const CliRun listed = quormedia("resources");
+    EXPECT_EQ(listed.exitCode, 0);
+    EXPECT_NE(listed.output.find("clip"), std::string::npos) << listed.output;
+}
+
+TEST_F(QuormediaCliTest, ImportReportsEachFailureOnItsOwnLine) {
+    write("notes.txt", "not a movie");
+    const CliRun run = quormedia("import " + file("missing.mp4") + " " + file("notes.txt") + " " + movie());
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_NE(run.output.find(file("missing.mp4") + ": no such file"), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find(file("notes.txt") + ": "), std::string::npos) << run.output;
+    EXPECT_NE(run.output.find("96x64"), std::string::npos) << run.output;
+}
+
+TEST_F(QuormediaCliTest, FrameWritesThePictureAtATime) {
+    const CliRun run = quormedia("frame " + edit(R"(, "effects": {"entrance": "Fade In", "entranceDuration": 1})") +
+                                 " --at 1.2 -o " + file("poster.png"));
+    ASSERT_EQ(run.exitCode, 0) << run.output;
+    std::ifstream png(file("poster.png"), std::ios::binary);
+    std::string head(8, '\0');
+    png.read(head.data(), 8);
+    EXPECT_EQ(head, std::string("\x89PNG\r\n\x1a\n", 8));
+    EXPECT_NE(run.output.find("160x120"), std::string::npos) << run.output;
+}
+
+TEST_F(QuormediaCliTest, ExportWritesTheMovieOrSoundWholeAndNothingBeside) {
+    for (const char* name : {"out.mp4", "out.wav"}) {
+        const CliRun run =
+            quormedia("export " + edit(R"(, "transition": "Dissolve", "fadeIn": 0.5)") + " " + file(name));
+        ASSERT_EQ(run.exitCode, 0) << run.output;
+        EXPECT_NE(run.output.find(std::string(name) + ": 160x120, 00:00:01.5"), std::string::npos) << run.output;
+        EXPECT_GT(std::filesystem::file_size(file(name)), 1000u);
+    }
+    for (const auto& entry : std::filesystem::directory_iterator(folders.path())) {
+        EXPECT_NE(entry.path().extension(), ".part") << entry.path();
+    }
+    const CliRun odd = quormedia("export " + edit() + " " + file("out.avi"));
+    EXPECT_EQ(odd.exitCode, 2);
+    EXPECT_NE(odd.output.find("the name must end in .mp4, .mov, .m4a, .mp3 or .wav"), std::string::npos) << odd.output;
+    const CliRun unwritable = quormedia("export " + edit() + " /proc/out.mp4");
+    EXPECT_EQ(unwritable.exitCode, 1);
+    EXPECT_NE(unwritable.output.find("cannot write /proc/out.mp4"), std::string::npos) << unwritable.output;
+}
+
+TEST_F(QuormediaCliTest, BadInputGivesOneLineAndExitCodeTwo) {
+    struct Case {
+        std::string arguments;
+        std::string message;
+    };
+    const Case cases[] = {
+        {"", "usage: quormedia import FILE..."},
+        {"dance", "unknown command \"dance\""},
+        {"frame " + file("none.json") + " --at 1 -o " + file("a.png"), "cannot open the edit file"},
+        {"frame " + write("broken.json", "{\n  \"tracks\": [\n    {\"clips\": ]\n}") + " --at 1 -o " + file("a.png"),
+         "malformed JSON at line 3, column 15"},
+        {"frame " + edit(R"(, "transition": "Swirl")") + " --at 1 -o " + file("a.png"),
+         "tracks[0].clips[0].transition: unknown transition \"Swirl\""},
+        {"frame " + edit(R"(, "effects": {"entrance": "Fly in from nowhere"})") + " --at 1 -o " + file("a.png"),
+         "unknown effect \"Fly in from nowhere\""},
+        {"frame " + edit(R"(, "start": "soon")") + " --at 1 -o " + file("a.png"),
+         "tracks[0].clips[0].start: expected a number"},
+        {"frame " + edit() + " --at later -o " + file("a.png"), "--at expects seconds from 0 on"},
+        {"frame " + edit() + " --at 9 -o " + file("a.png"), "lies past the end of the project"},
+    };
+    for (const auto& c : cases) {
+        const CliRun run = quormedia(c.arguments);
+        EXPECT_EQ(run.exitCode, 2) << c.arguments << "\n" << run.output;
+        EXPECT_NE(run.output.find(c.message), std::string::npos) << c.arguments << "\n" << run.output;
+    }
+    EXPECT_FALSE(std::filesystem::exists(file("a.png")));
+}
+
+TEST_F(QuormediaCliTest, AnUnwritableOutputLeavesNothingBehind) {
+    const CliRun run = quormedia("frame " + edit() + " --at 0.5 -o /proc/poster.png");
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_NE(run.output.find("cannot write /proc/poster.png"), std::string::npos) << run.output;
+}
+
+}  // namespace
+}  // namespace qm

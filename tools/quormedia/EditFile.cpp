@@ -1,0 +1,254 @@
+#include "EditFile.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+#include "CommandError.h"
+#include "Store.h"
+#include "codec/QVTimebase.h"
+#include "effects/QVEffectInstance.h"
+#include "effects/QVEffectTemplateMgr.h"
+#include "effects/QVTransitionInstance.h"
+#include "foundation/QVSampleDescription.h"
+#include "project/QVMediaClip.h"
+#include "project/QVTrack.h"
+#include "store/AMResourceMgr.h"
+
+namespace qm::cli {
+
+namespace {
+
+using Json = nlohmann::json;
+
+[[noreturn]] void fail(const std::string& where, const std::string& what) {
+    throw CommandError(where + ": " + what, kExitBadInput);
+}
+
+// "line L, column C" of byte `offset` in `text`.
+std::string lineAndColumn(const std::string& text, size_t offset) {
+    offset = std::min(offset, text.size());
+    size_t line = 1, column = 1;
+    for (size_t i = 0; i < offset; ++i) {
+        if (text[i] == '\n') {
+            ++line;
+            column = 1;
+        } else {
+            ++column;
+        }
+    }
+    return "line " + std::to_string(line) + ", column " + std::to_string(column);
+}
+
+// A JSON value and where it stands, for messages.
+struct Node {
+    const Json& value;
+    std::string where;
+
+    bool has(const char* key) const { return value.is_object() && value.contains(key); }
+    Node operator[](const char* key) const { return {value.at(key), where + "." + key}; }
+
+    double number() const {
+        if (!value.is_number()) fail(where, "expected a number");
+        return value.get<double>();
+    }
+    double numberOr(const char* key, double fallback) const { return has(key) ? (*this)[key].number() : fallback; }
+    int64_t seconds(const char* key, double fallback) const {
+        const double s = numberOr(key, fallback);
+        if (!(s >= 0) || s > 1e7) fail(where + "." + key, "expected seconds from 0 on");
+        return static_cast<int64_t>(s * static_cast<double>(QVTimebase) + 0.5);
+    }
+    std::string text() const {
+        if (!value.is_string()) fail(where, "expected a text");
+        return value.get<std::string>();
+    }
+    bool flag() const {
+        if (!value.is_boolean()) fail(where, "expected true or false");
+        return value.get<bool>();
+    }
+    std::vector<double> numbers(size_t count) const {
+        if (!value.is_array() || value.size() != count) fail(where, "expected " + std::to_string(count) + " numbers");
+        std::vector<double> result;
+        for (size_t i = 0; i < count; ++i)
+            result.push_back(Node{value[i], where + "[" + std::to_string(i) + "]"}.number());
+        return result;
+    }
+    Rect rect() const {
+        const auto v = numbers(4);
+        return {v[0], v[1], v[2], v[3]};
+    }
+    Color color() const {
+        if (!value.is_array() || (value.size() != 3 && value.size() != 4))
+            fail(where, "expected [r, g, b] or [r, g, b, a]");
+        const auto v = numbers(value.size());
+        for (double c : v) {
+            if (c < 0 || c > 1) fail(where, "colour parts go from 0 to 1");
+        }
+        return {v[0], v[1], v[2], v.size() == 4 ? v[3] : 1.0};
+    }
+};
+
+void requireName(const Node& node, const std::string& name, const std::vector<std::string>& names, const char* kind) {
+    if (std::find(names.begin(), names.end(), name) == names.end()) {
+        fail(node.where, std::string("unknown ") + kind + " \"" + name + "\"");
+    }
+}
+
+int32_t sampleFormatNamed(const Node& node) {
+    const std::string name = node.text();
+    if (name == "s16") return QVSampleFormatS16;
+    if (name == "s32") return QVSampleFormatS32;
+    if (name == "float") return QVSampleFormatFLT;
+    fail(node.where, "unknown sample format \"" + name + "\" (s16, s32 or float)");
+}
+
+void applyOutput(const Node& output, QVProject& project) {
+    const auto positive = [&](const char* key, double fallback, double most) {
+        const double v = output.numberOr(key, fallback);
+        if (!(v >= 1) || v > most) fail(output.where + "." + key, "out of range");
+        return v;
+    };
+    project.setOutVideoWidth(static_cast<int64_t>(positive("width", 1280, 8192)));
+    project.setOutVideoHeight(static_cast<int64_t>(positive("height", 720, 8192)));
+    project.setOutVideoFPS(positive("fps", 30, 240));
+    project.setOutSampleRate(static_cast<int64_t>(positive("sampleRate", 44100, 192000)));
+    project.setOutChannelCount(static_cast<int64_t>(positive("channels", 2, 2)));
+    if (output.has("sampleFormat")) project.setOutSampleFormat(sampleFormatNamed(output["sampleFormat"]));
+    if (output.has("background")) project.setBackgroundColor(output["background"].color());
+}
+
+void applyEffects(const Node& effects, QVEffectInstance& instance) {
+    const auto& templates = QVEffectTemplateMgr::shareEffectTemplateMgr();
+    const auto phase = [&](const char* nameKey, const char* durationKey, const std::vector<std::string>& names,
+                           auto setName, auto setDuration) {
+        if (effects.has(nameKey)) {
+            const std::string name = effects[nameKey].text();
+            requireName(effects[nameKey], name, names, "effect");
+            (instance.*setName)(name);
+        }
+        if (effects.has(durationKey)) (instance.*setDuration)(effects.seconds(durationKey, 0));
+    };
+    phase("entrance", "entranceDuration", templates.supportedEntranceEffects(), &QVEffectInstance::setEntranceName,
+          &QVEffectInstance::setDurationEntranceEffect);
+    phase("emphasis", "emphasisDuration", templates.supportedEnhanceEffects(), &QVEffectInstance::setEnhanceName,
+          &QVEffectInstance::setDurationEnhanceEffect);
+    phase("exit", "exitDuration", templates.supportedExitEffects(), &QVEffectInstance::setExitName,
+          &QVEffectInstance::setDurationExitEffect);
+}
+
+void applyLook(const Node& clipNode, QVMediaClip& clip) {
+    if (clipNode.has("position")) clip.clipPosition()->setBounds(clipNode["position"].rect());
+    if (clipNode.has("rotation")) clip.clipPosition()->setRotateAngle(clipNode["rotation"].number());
+    if (clipNode.has("color")) {
+        const Node color = clipNode["color"];
+        clip.setValidateColorControl(true);
+        const auto state = clip.colorState();
+        state->setBrightness(color.numberOr("brightness", 0));
+        state->setContrast(color.numberOr("contrast", 1));
+        state->setSaturation(color.numberOr("saturation", 1));
+        state->setOpacity(color.numberOr("opacity", 1));
+    }
+    if (clipNode.has("crop")) {
+        clip.setValidateCrop(true);
+        clip.cropState()->setCropRect(clipNode["crop"].rect());
+    }
+    if (clipNode.has("shadow")) {
+        const Node shadow = clipNode["shadow"];
+        clip.setValideteShadow(true);
+        const auto state = clip.shadowState();
+        state->setShadowOffsetX(shadow.numberOr("offsetX", 0));
+        state->setShadowOffsetY(shadow.numberOr("offsetY", 0));
+        state->setBlurRadius(shadow.numberOr("blur", 0));
+        if (shadow.has("color")) state->setShadowColor(shadow["color"].color());
+    }
+}
+
+std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::path& folder) {
+    if (!node.value.is_object()) fail(node.where, "expected an object");
+    std::shared_ptr<SCResource> resource;
+    if (node.has("resource")) {
+        const std::string identifier = node["resource"].text();
+        resource = AMResourceMgr::resourceMgr().findResourceWithIdentifier(identifier);
+        if (!resource) fail(node.where + ".resource", "no resource \"" + identifier + "\" in the store");
+    } else if (node.has("file")) {
+        std::filesystem::path file = node["file"].text();
+        if (file.is_relative()) file = folder / file;
+        const auto outcome = importFiles({file.string()});
+        if (!outcome.failures.empty()) throw CommandError(outcome.failures.front(), kExitFailure);
+        resource = outcome.resources.at(file.string());
+    } else {
+        fail(node.where, "a clip needs \"file\" or \"resource\"");
+    }
+
+    auto clip = QVMediaClip::createWithResource(resource);
+    clip->setTimestampOfResource(node.seconds("offset", 0));
+    if (node.has("duration")) clip->setTrackDuration(node.seconds("duration", 0));
+    clip->setTimestampOfTrack(node.seconds("start", 0));
+    if (node.has("transition")) {
+        const std::string name = node["transition"].text();
+        requireName(node["transition"], name, PSTransition::supportTransitions(), "transition");
+        clip->transitionInstance()->setTransitionName(name);
+    }
+    if (node.has("tile")) {
+        clip->transitionInstance()->setAllowTransitionToTile(true);
+        clip->transitionInstance()->setTransitionToTileLength(node.seconds("tile", 0));
+    }
+    if (node.has("fadeIn")) {
+        clip->setFadeIn(true);
+        clip->setDurationOfFadeIn(node.seconds("fadeIn", 0));
+    }
+    if (node.has("fadeOut")) {
+        clip->setFadeOut(true);
+        clip->setDurationOfFadeOut(node.seconds("fadeOut", 0));
+    }
+    if (node.has("volume")) clip->setTrackVolume(node["volume"].number());
+    if (node.has("mute")) clip->setMute(node["mute"].flag());
+    applyLook(node, *clip);
+    if (node.has("effects")) applyEffects(node["effects"], *clip->effectInstance());
+    return clip;
+}
+
+}  // namespace
+
+std::shared_ptr<QVProject> loadEditFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) throw CommandError(path + ": cannot open the edit file", kExitBadInput);
+    std::stringstream buffer;
+    buffer << in.rdbuf();
+    const std::string text = buffer.str();
+    Json root;
+    try {
+        root = Json::parse(text);
+    } catch (const Json::parse_error& error) {
+        throw CommandError(path + ": malformed JSON at " + lineAndColumn(text, error.byte > 0 ? error.byte - 1 : 0),
+                           kExitBadInput);
+    }
+    const Node top{root, path};
+    if (!root.is_object()) fail(path, "expected an object with \"tracks\"");
+    if (!top.has("tracks") || !root["tracks"].is_array()) fail(path, "expected a list \"tracks\"");
+
+    auto project = QVProject::create();
+    if (top.has("output")) applyOutput(top["output"], *project);
+    const auto folder = std::filesystem::path(path).parent_path();
+    const Node tracks = top["tracks"];
+    for (size_t t = 0; t < tracks.value.size(); ++t) {
+        const Node trackNode{tracks.value[t], tracks.where + "[" + std::to_string(t) + "]"};
+        if (!trackNode.has("clips") || !trackNode.value["clips"].is_array())
+            fail(trackNode.where, "expected \"clips\"");
+        auto track = QVTrack::createWithProject(project);
+        project->addTracksObject(track);
+        const Node clips = trackNode["clips"];
+        for (size_t c = 0; c < clips.value.size(); ++c) {
+            const Node clipNode{clips.value[c], clips.where + "[" + std::to_string(c) + "]"};
+            if (!track->addClip(makeClip(clipNode, folder))) {
+                fail(clipNode.where, "the clip overlaps a clip it may not (at most two clips at any time)");
+            }
+        }
+    }
+    return project;
+}
+
+}  // namespace qm::cli
