@@ -1,4 +1,5 @@
-# Front door: `make test` and `make bench` install what is missing, configure, build and run.
+# Front door: `make demo`, `make test` and `make bench` install what is missing, configure, build
+# and run.
 # `make test` runs every test under AddressSanitizer + UndefinedBehaviorSanitizer, the pixel tests
 # a second time on the plain DSP rows, then the concurrency tests under ThreadSanitizer.
 BUILD_TEST  := build/test
@@ -6,7 +7,7 @@ BUILD_BENCH := build/bench
 BUILD_TSAN  := build/tsan
 JOBS        ?= $(shell nproc)
 
-.PHONY: deps test bench clean
+.PHONY: deps test bench demo clean
 
 deps:
 	scripts/install-deps
@@ -26,6 +27,9 @@ bench: deps
 	  -DCMAKE_CXX_FLAGS_RELEASE="-O3 -DNDEBUG" -DQM_SANITIZE=OFF -DQM_BUILD_TESTS=OFF -DQM_BUILD_BENCH=ON
 	cmake --build $(BUILD_BENCH) -j $(JOBS)
 	@for b in $(BUILD_BENCH)/*_bench; do echo "== $$b"; $$b || exit 1; done
+
+demo: deps
+	scripts/demo
 
 clean:
 	rm -rf build

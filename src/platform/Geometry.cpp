@@ -83,7 +83,13 @@ Rect Rect::standardized() const {
 }
 
 std::string Rect::description() const {
-    return "{" + origin.description() + ", " + size.description() + "}";
+    // Appended piece by piece: GCC 12 warns falsely (-Wrestrict) on "{" + a temporary at -O3.
+    std::string text = "{";
+    text += origin.description();
+    text += ", ";
+    text += size.description();
+    text += "}";
+    return text;
 }
 
 std::ostream& operator<<(std::ostream& out, const Point& p) { return out << p.description(); }

@@ -22,7 +22,10 @@ namespace {
 
 std::string partialPathFor(const std::string& path) {
     const std::filesystem::path target(path);
-    return (target.parent_path() / ("." + target.filename().string() + ".part")).string();
+    std::string name = ".";
+    name += target.filename().string();
+    name += ".part";
+    return (target.parent_path() / name).string();
 }
 
 void requireWritableFolder(const std::string& path) {
