@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <deque>
 #include <filesystem>
+#include <optional>
 #include <thread>
 
 #include "codec/QVTimebase.h"
@@ -48,6 +49,13 @@ struct FrameInFlight {
     std::shared_ptr<QVVideoFrame> frame;
     std::vector<uint8_t> jpeg;
     DispatchSemaphore encoded;
+};
+
+// Where a landed frame's JPEG lies in the storage, and the frame's time.
+struct StoredFrame {
+    uint64_t offset;
+    uint64_t length;
+    int64_t timestamp;
 };
 
 }  // namespace
@@ -274,6 +282,13 @@ void AMResourceImportTask::decodeVideo(QVDemuxerContext& context, const Handler&
     // Frames are encoded on the pool while the next ones decode; blocks land in decoding order.
     const size_t inFlightLimit = std::max(2u, std::thread::hardware_concurrency()) + 1;
     std::deque<std::shared_ptr<FrameInFlight>> inFlight;
+    // A stored frame lasts until the next one's time, so its block waits for that frame.
+    std::optional<StoredFrame> previous;
+    auto closePrevious = [&](int64_t endTimestamp) {
+        if (!previous) return;
+        blocks.push_back(SCVideoBlock::createWithOffset(previous->offset, previous->length, previous->timestamp,
+                                                        endTimestamp - previous->timestamp));
+    };
     uint64_t offset = 0;
     int64_t frameIndex = 0;
     bool cancelled = false;
@@ -284,7 +299,8 @@ void AMResourceImportTask::decodeVideo(QVDemuxerContext& context, const Handler&
         std::vector<uint8_t> bytes = std::move(oldest->jpeg);
         if (bytes.empty()) bytes = SCResource::encodeCGImage(oldest->frame->cgImage());
         const int64_t timeStamp = oldest->frame->timeStamp();
-        blocks.push_back(SCVideoBlock::createWithOffset(offset, bytes.size(), timeStamp, frameDuration));
+        closePrevious(timeStamp);
+        previous = StoredFrame{offset, bytes.size(), timeStamp};
         storage->appendData(bytes);
         if (frameIndex % 3 == 0 && handler) {
             const float percent = length > 0.0f ? static_cast<float>(timeStamp) * 100.0f / length : 0.0f;
@@ -306,6 +322,7 @@ void AMResourceImportTask::decodeVideo(QVDemuxerContext& context, const Handler&
         if (inFlight.size() >= inFlightLimit) landOldest();
     }
     while (!cancelled && !inFlight.empty()) landOldest();
+    if (previous) closePrevious(previous->timestamp + frameDuration);
     for (const auto& abandoned : inFlight) abandoned->encoded.wait();
 
     std::shared_ptr<SCVideoResource> resource;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 
@@ -117,7 +118,7 @@ TEST_F(ImportTaskTest, MovieIsStoredFrameByFrameWithProgressFromVideoOnTheMainTh
     ASSERT_EQ(video->numberOfFrames(), 30);
     for (int i = 0; i < 30; ++i) {
         EXPECT_EQ(video->blocks()[i]->timestamp(), i * (QVTimebase / 25));
-        EXPECT_EQ(video->blocks()[i]->duration(), QVTimebase / 25);
+        EXPECT_NEAR(static_cast<double>(video->blocks()[i]->duration()), QVTimebase / 25, 1.0);
     }
     for (int i : {0, 7, 29}) {
         const auto picture = video->cgImageAtTimestamp(i * (QVTimebase / 25) + 1000);
@@ -159,6 +160,32 @@ TEST_F(ImportTaskTest, PhoneVideoAndOddSurroundFilesAreStoredAsTheyPlay) {
     EXPECT_EQ(surround->chsLayout(), static_cast<int64_t>(AV_CH_LAYOUT_5POINT1));
     EXPECT_EQ(surround->sampleFormat(), 1);  // packed S16, as decoded
     EXPECT_EQ(surround->sampleRange().length(), 8000);
+}
+
+TEST_F(ImportTaskTest, HeldFramesAndRateChangesShowTheSourceFrameAtEveryTime) {
+    // Four frames at 25 fps, the last of them held for 1.5 s, then 50 fps.
+    const std::vector<int64_t> times{0, 40000, 80000, 120000, 1620000, 1640000, 1660000, 1680000};
+    MediaFileSpec recorder;
+    recorder.video = test::VideoTrackSpec{.width = 64,
+                                          .height = 48,
+                                          .frameCount = static_cast<int>(times.size()),
+                                          .frameRate = {25, 1},
+                                          .ptsMicroseconds = times};
+    const std::string path = write("screen.mp4", recorder);
+    const auto video = resultOf(importURLs({path})).importResources().at(0)->videoResource();
+    ASSERT_NE(video, nullptr);
+    ASSERT_EQ(video->numberOfFrames(), static_cast<int64_t>(times.size()));
+    // The last frame lasts one frame at the rate the file states.
+    const double statedRate = QVDemuxerContext::createWithFilename(path)->frameRate();
+    EXPECT_NEAR(static_cast<double>(video->blocks().back()->duration()), QVTimebase / statedRate, 1.0);
+
+    const int64_t end = times.back() + 40000;
+    for (int64_t probe = 5000; probe < end; probe += 10000) {
+        const auto shown = std::upper_bound(times.begin(), times.end(), probe) - times.begin() - 1;
+        const auto picture = video->cgImageAtTimestamp(QMMultiplyDivide(probe, QVTimebase, 1000000));
+        ASSERT_NE(picture, nullptr) << probe;
+        EXPECT_EQ(test::nearestFrameIndex(centreOf(*picture), static_cast<int>(times.size())), shown) << probe;
+    }
 }
 
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
