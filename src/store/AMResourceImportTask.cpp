@@ -296,9 +296,11 @@ void AMResourceImportTask::decodeVideo(QVDemuxerContext& context, const Handler&
         const std::shared_ptr<FrameInFlight> oldest = inFlight.front();
         inFlight.pop_front();
         oldest->encoded.wait();
+        const int64_t timeStamp = oldest->frame->timeStamp();
+        // Joined files may step back; blocks stay ascending.
+        if (previous && timeStamp <= previous->timestamp) return;
         std::vector<uint8_t> bytes = std::move(oldest->jpeg);
         if (bytes.empty()) bytes = SCResource::encodeCGImage(oldest->frame->cgImage());
-        const int64_t timeStamp = oldest->frame->timeStamp();
         closePrevious(timeStamp);
         previous = StoredFrame{offset, bytes.size(), timeStamp};
         storage->appendData(bytes);

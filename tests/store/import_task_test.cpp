@@ -188,6 +188,28 @@ TEST_F(ImportTaskTest, HeldFramesAndRateChangesShowTheSourceFrameAtEveryTime) {
     }
 }
 
+TEST_F(ImportTaskTest, JoinedRecordingThatStepsBackKeepsItsBlocksAscending) {
+    // The second part restarts its clock, so its first ten frames fall behind the first part's end.
+    const std::string first = write("first.ts", movie(10, 0));
+    const std::string second = write("second.ts", movie(20, 0));
+    const std::string joined = _user.file("joined.ts");
+    {
+        std::ofstream out(joined, std::ios::binary);
+        out << std::ifstream(first, std::ios::binary).rdbuf() << std::ifstream(second, std::ios::binary).rdbuf();
+    }
+    const auto video = resultOf(importURLs({joined})).importResources().at(0)->videoResource();
+    ASSERT_NE(video, nullptr);
+    ASSERT_EQ(video->numberOfFrames(), 20);
+    for (size_t i = 1; i < video->blocks().size(); ++i) {
+        EXPECT_GT(video->blocks()[i]->timestamp(), video->blocks()[i - 1]->timestamp()) << i;
+    }
+    for (int i : {9, 10, 19}) {
+        const auto picture = video->cgImageAtTimestamp(i * (QVTimebase / 25) + 1000);
+        ASSERT_NE(picture, nullptr);
+        EXPECT_EQ(test::nearestFrameIndex(centreOf(*picture), 20), i);
+    }
+}
+
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
     const auto calls = importURLs({write("talk.mkv", movie(10, 2.0))}, true);
     const auto progress = progressOf(calls);
