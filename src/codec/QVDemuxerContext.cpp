@@ -13,9 +13,15 @@ namespace {
 
 constexpr AVRational kTimebase{1, static_cast<int>(QVTimebase)};
 
+// The stream's end, from the file's start.
 int64_t streamLength(const AVFormatContext* format, const AVStream* stream) {
     if (stream->duration != AV_NOPTS_VALUE && stream->duration > 0) {
-        return av_rescale_q(stream->duration, stream->time_base, kTimebase);
+        int64_t end = stream->duration;
+        if (stream->start_time != AV_NOPTS_VALUE) end += stream->start_time;
+        const int64_t fileStart = format->start_time != AV_NOPTS_VALUE
+                                      ? av_rescale_q(format->start_time, AV_TIME_BASE_Q, stream->time_base)
+                                      : 0;
+        return av_rescale_q(end - fileStart, stream->time_base, kTimebase);
     }
     if (format->duration != AV_NOPTS_VALUE && format->duration > 0) {
         return av_rescale_q(format->duration, AV_TIME_BASE_Q, kTimebase);

@@ -33,9 +33,11 @@ public:
     int32_t audioSampleFormat() const { return _sampleFormat; }
     // FFmpeg channel mask; the default for the channel count when the file gives none.
     int64_t channelLayout() const { return _channelLayout; }
+    // The stream's end, on the same clock as its frames' times.
     int64_t audioStreamLength() const { return _audioLength; }
 
     bool videoStreamExist() const { return _video != nullptr; }
+    // The stream's end, on the same clock as its frames' times.
     int64_t videoStreamLength() const { return _videoLength; }
     // The upright picture size: the coded width scaled by the sample aspect ratio, with width
     // and height swapped for a quarter-turn rotation.

@@ -210,6 +210,15 @@ TEST_F(ImportTaskTest, JoinedRecordingThatStepsBackKeepsItsBlocksAscending) {
     }
 }
 
+TEST_F(ImportTaskTest, ProgressOfVideoThatStartsAfterItsSoundStaysWithinAHundred) {
+    MediaFileSpec late = movie(25, 1.5);
+    for (int i = 0; i < 25; ++i) late.video->ptsMicroseconds.push_back(500000 + i * 40000);
+    const auto progress = progressOf(importURLs({write("late video.mp4", late)}));
+    ASSERT_FALSE(progress.empty());
+    for (const auto& report : progress) EXPECT_LE(report.info.percent, 100.0);
+    EXPECT_GT(progress.back().info.percent, 90.0);
+}
+
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
     const auto calls = importURLs({write("talk.mkv", movie(10, 2.0))}, true);
     const auto progress = progressOf(calls);
