@@ -131,20 +131,26 @@ void QVDemuxerContext::seekToTime(int64_t timestamp) {
     }
     _nextAudioTimestamp = timestamp;
     _nextVideoTimestamp = timestamp;
+    _alignedAudio.clear();
+    _audioAligner.restartAt(timestamp);
 }
 
 std::shared_ptr<QVAudioFrame2> QVDemuxerContext::decodeNextAudioFrame() {
     if (!_audio) return nullptr;
-    for (AVFramePtr decoded = _audio->decodeNext(); decoded; decoded = _audio->decodeNext()) {
+    while (_alignedAudio.empty()) {
+        AVFramePtr decoded = _audio->decodeNext();
+        if (!decoded) return nullptr;
         auto frame = QVAudioFrame2::createWithAVFrame(decoded.get());
         if (!frame || frame->sampleRate() <= 0) continue;
         const int64_t time = decoded->best_effort_timestamp;
         const int64_t timestamp = time == AV_NOPTS_VALUE ? _nextAudioTimestamp : timestampOf(*_audio, time);
         frame->setTimeStamp(timestamp);
         _nextAudioTimestamp = timestamp + QMTimestampFromSamples(frame->sampleRate(), frame->numberOfSamples());
-        return frame;
+        for (auto& aligned : _audioAligner.align(std::move(frame))) _alignedAudio.push_back(std::move(aligned));
     }
-    return nullptr;
+    auto next = std::move(_alignedAudio.front());
+    _alignedAudio.pop_front();
+    return next;
 }
 
 std::shared_ptr<QVVideoFrame> QVDemuxerContext::decodeNextVideoFrame() {

@@ -2,10 +2,12 @@
 
 #include <atomic>
 #include <cstdint>
+#include <deque>
 #include <memory>
 #include <mutex>
 #include <string>
 
+#include "codec/AudioStartAligner.h"
 #include "codec/MediaStreamReader.h"
 #include "codec/QVAudioFrame2.h"
 #include "codec/QVVideoFrame.h"
@@ -54,7 +56,9 @@ public:
     // while a decode is running.
     void seekToTime(int64_t timestamp);
 
-    // The next frame in presentation order, with its time; nothing at the end.
+    // The next frame in presentation order, with its time; nothing at the end. From the file's
+    // start on, audio counts from the same origin as video: silence comes before a stream that
+    // starts late, and the samples before the origin are cut from one that starts early.
     std::shared_ptr<QVAudioFrame2> decodeNextAudioFrame();
     std::shared_ptr<QVVideoFrame> decodeNextVideoFrame();
 
@@ -76,6 +80,8 @@ private:
     int64_t _channelLayout = 0;
     int64_t _audioLength = 0;
     int64_t _nextAudioTimestamp = 0;
+    AudioStartAligner _audioAligner;
+    std::deque<std::shared_ptr<QVAudioFrame2>> _alignedAudio;
 
     std::unique_ptr<MediaStreamReader> _video;
     std::unique_ptr<VideoDisplayTransform> _displayTransform;

@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 
@@ -217,6 +220,52 @@ TEST_F(ImportTaskTest, ProgressOfVideoThatStartsAfterItsSoundStaysWithinAHundred
     ASSERT_FALSE(progress.empty());
     for (const auto& report : progress) EXPECT_LE(report.info.percent, 100.0);
     EXPECT_GT(progress.back().info.percent, 90.0);
+}
+
+// A movie with a white flash and a 1 kHz beep, both at 1.04 s; the stream named by `late` starts
+// 0.52 s (13 frames) after the other.
+std::string flashAndBeepCommand(const std::string& path, const std::string& late) {
+    const std::string lateOffset = "-itsoffset 0.52 ";
+    const std::string flashAt = late == "video" ? "0.52" : "1.04";
+    const std::string beepAt = late == "audio" ? "0.52" : "1.04";
+    return "ffmpeg -v error -y " + (late == "video" ? lateOffset : "") +
+           "-f lavfi -i \"color=c=black:s=64x48:r=25:d=2,drawbox=w=iw:h=ih:c=white:t=fill:enable='between(t," +
+           flashAt + "-0.01," + flashAt + "+0.01)'\" " + (late == "audio" ? lateOffset : "") +
+           "-f lavfi -i \"aevalsrc='0.5*sin(2*PI*1000*t)*between(t," + beepAt + "," + beepAt +
+           "+0.1)':s=48000:d=2\" -vsync passthrough -c:v libx264 -pix_fmt yuv420p -c:a aac \"" + path + "\"";
+}
+
+double flashSeconds(SCVideoResource& video) {
+    for (const auto& block : video.blocks()) {
+        const auto picture = video.cgImageAtTimestamp(block->timestamp());
+        if (picture && centreOf(*picture).r > 128) return static_cast<double>(block->timestamp()) / QVTimebase;
+    }
+    return -1.0;
+}
+
+double beepSeconds(SCAudioResource& audio) {
+    const auto samples = audio.sampleBufferWithRange(audio.sampleRange());
+    if (!samples || audio.sampleFormat() != QVSampleFormatFLT) return -1.0;
+    const std::vector<uint8_t>& bytes = samples->data();
+    const int64_t channels = audio.numberOfChannels();
+    for (size_t i = 0; i * sizeof(float) < bytes.size(); ++i) {
+        float value;
+        std::memcpy(&value, bytes.data() + i * sizeof(float), sizeof(float));
+        if (std::abs(value) > 0.1f) return static_cast<double>(i / channels) / static_cast<double>(audio.sampleRate());
+    }
+    return -1.0;
+}
+
+TEST_F(ImportTaskTest, LateOrEarlySoundStaysWithThePicture) {
+    for (const std::string late : {"audio", "video"}) {
+        const std::string path = _user.file("late " + late + ".mp4");
+        ASSERT_EQ(std::system(flashAndBeepCommand(path, late).c_str()), 0);
+        const auto record = resultOf(importURLs({path})).importResources().at(0);
+        const double flash = flashSeconds(*record->videoResource());
+        const double beep = beepSeconds(*record->audioResource());
+        EXPECT_NEAR(flash, 1.04, 0.001) << late;
+        EXPECT_NEAR(beep, flash, 0.010) << late;
+    }
 }
 
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
