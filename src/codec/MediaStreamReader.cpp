@@ -121,12 +121,13 @@ AVFramePtr MediaStreamReader::decodeNext() {
     for (;;) {
         const int received = avcodec_receive_frame(_decoder, frame.get());
         if (received >= 0) return frame;
-        // Anything but "send more" after the flush, or the decoder's own end, ends the stream;
-        // before it, a damaged packet only costs its picture.
-        if (received == AVERROR_EOF || _draining) {
+        // Only the decoder's own end, or a request for more after the flush, ends the stream. An
+        // error costs only its own picture: frames the decoder still holds come after it.
+        if (received == AVERROR_EOF || (_draining && received == AVERROR(EAGAIN))) {
             _finished = true;
             return nullptr;
         }
+        if (_draining) continue;
         if (av_read_frame(_format, _packet) < 0) {
             _draining = true;
             avcodec_send_packet(_decoder, nullptr);

@@ -43,7 +43,8 @@ public:
     const AVCodecContext* decoder() const { return _decoder; }
 
     // The next decoded frame of the chosen stream in presentation order; nothing at the end of
-    // the file. Damaged packets are skipped.
+    // the file. Damaged packets are skipped, and a read or decode error still gives every frame
+    // the decoder holds.
     AVFramePtr decodeNext();
     // Moves to the last key frame at or before `streamTime` (in the stream's time base).
     bool seek(int64_t streamTime);

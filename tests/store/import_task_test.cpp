@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -266,6 +267,39 @@ TEST_F(ImportTaskTest, LateOrEarlySoundStaysWithThePicture) {
         EXPECT_NEAR(flash, 1.04, 0.001) << late;
         EXPECT_NEAR(beep, flash, 0.010) << late;
     }
+}
+
+// How many video frames FFmpeg's own tools decode from `path`.
+int ffmpegFrameCount(const std::string& path) {
+    const std::string command =
+        "ffprobe -v quiet -select_streams v -count_frames -show_entries "
+        "stream=nb_read_frames -of csv=p=0 \"" +
+        path + "\"";
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return -1;
+    int count = -1;
+    if (std::fscanf(pipe, "%d", &count) != 1) count = -1;
+    ::pclose(pipe);
+    return count;
+}
+
+TEST_F(ImportTaskTest, MovieCutShortKeepsEveryFrameFFmpegDecodes) {
+    // The index comes first, so only the media data is cut.
+    const std::string whole = _user.file("whole.mp4");
+    ASSERT_EQ(std::system(("ffmpeg -v error -y -f lavfi -i testsrc=s=320x240:r=25:d=4 -c:v libx264 -bf 2 "
+                           "-pix_fmt yuv420p -movflags +faststart \"" +
+                           whole + "\"")
+                              .c_str()),
+              0);
+    const std::string cut = _user.file("cut at sixty.mp4");
+    std::filesystem::copy_file(whole, cut);
+    std::filesystem::resize_file(cut, std::filesystem::file_size(whole) * 6 / 10);
+    const int expected = ffmpegFrameCount(cut);
+    ASSERT_GT(expected, 0);
+
+    const auto video = resultOf(importURLs({cut})).importResources().at(0)->videoResource();
+    ASSERT_NE(video, nullptr);
+    EXPECT_EQ(video->numberOfFrames(), expected);
 }
 
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
