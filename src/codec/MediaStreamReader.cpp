@@ -120,7 +120,11 @@ AVFramePtr MediaStreamReader::decodeNext() {
     if (!frame) return nullptr;
     for (;;) {
         const int received = avcodec_receive_frame(_decoder, frame.get());
-        if (received >= 0) return frame;
+        if (received >= 0) {
+            // An audio decoder may label a frame with the rate it had before that frame's header.
+            if (_decoder->codec_type == AVMEDIA_TYPE_AUDIO) frame->sample_rate = _decoder->sample_rate;
+            return frame;
+        }
         // Only the decoder's own end, or a request for more after the flush, ends the stream. An
         // error costs only its own picture: frames the decoder still holds come after it.
         if (received == AVERROR_EOF || (_draining && received == AVERROR(EAGAIN))) {

@@ -146,6 +146,8 @@ std::shared_ptr<QVAudioFrame2> QVDemuxerContext::decodeNextAudioFrame() {
         const int64_t timestamp = time == AV_NOPTS_VALUE ? _nextAudioTimestamp : timestampOf(*_audio, time);
         frame->setTimeStamp(timestamp);
         _nextAudioTimestamp = timestamp + QMTimestampFromSamples(frame->sampleRate(), frame->numberOfSamples());
+        frame = _audioFormat.keep(std::move(frame));
+        if (!frame) continue;
         for (auto& aligned : _audioAligner.align(std::move(frame))) _alignedAudio.push_back(std::move(aligned));
     }
     auto next = std::move(_alignedAudio.front());

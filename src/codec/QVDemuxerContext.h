@@ -7,6 +7,7 @@
 #include <mutex>
 #include <string>
 
+#include "codec/AudioFormatKeeper.h"
 #include "codec/AudioStartAligner.h"
 #include "codec/MediaStreamReader.h"
 #include "codec/QVAudioFrame2.h"
@@ -58,7 +59,8 @@ public:
 
     // The next frame in presentation order, with its time; nothing at the end. From the file's
     // start on, audio counts from the same origin as video: silence comes before a stream that
-    // starts late, and the samples before the origin are cut from one that starts early.
+    // starts late, and the samples before the origin are cut from one that starts early. Audio
+    // frames all come in the first one's format, which may differ from the stream's stated one.
     std::shared_ptr<QVAudioFrame2> decodeNextAudioFrame();
     std::shared_ptr<QVVideoFrame> decodeNextVideoFrame();
 
@@ -80,6 +82,7 @@ private:
     int64_t _channelLayout = 0;
     int64_t _audioLength = 0;
     int64_t _nextAudioTimestamp = 0;
+    AudioFormatKeeper _audioFormat;
     AudioStartAligner _audioAligner;
     std::deque<std::shared_ptr<QVAudioFrame2>> _alignedAudio;
 

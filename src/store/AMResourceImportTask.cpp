@@ -234,7 +234,6 @@ bool AMResourceImportTask::reportProgress(const Handler& handler, double percent
 }
 
 void AMResourceImportTask::decodeAudio(QVDemuxerContext& context, const Handler& handler, bool sendProgress) {
-    const int32_t format = QVAudioFrame2::packedSampleFormat(context.audioSampleFormat());
     auto storage = SCResourceStorage::create();
     std::vector<std::shared_ptr<SCAudioBlock>> blocks;
     const auto expected = static_cast<float>(
@@ -243,9 +242,12 @@ void AMResourceImportTask::decodeAudio(QVDemuxerContext& context, const Handler&
     uint64_t offset = 0;
     uint64_t sampleIndex = 0;
     bool cancelled = false;
+    // Frames all come in the first one's format, which may differ from the stream's stated one.
+    std::shared_ptr<QVAudioFrame2> first;
     for (int64_t frameIndex = 0; !cancelled; ++frameIndex) {
         const auto frame = context.decodeNextAudioFrame();
         if (!frame) break;
+        if (!first) first = frame;
         // A frame's archive holds its samples packed, so a planar decode archives as its packed twin.
         const std::vector<uint8_t> bytes = SCResource::encodeAudioFrame(frame);
         blocks.push_back(SCAudioBlock::createWithOffset(offset, bytes.size(), sampleIndex,
@@ -261,8 +263,12 @@ void AMResourceImportTask::decodeAudio(QVDemuxerContext& context, const Handler&
     std::shared_ptr<SCAudioResource> resource;
     if (!cancelled) {
         storage->flushCacheBuffer();
-        resource = SCAudioResource::createWithDataStorage(storage, std::move(blocks), context.audioSampleRate(),
-                                                          context.numberOfChannel(), format, context.channelLayout());
+        const int32_t format =
+            QVAudioFrame2::packedSampleFormat(first ? first->sampleFormat() : context.audioSampleFormat());
+        resource = SCAudioResource::createWithDataStorage(
+            storage, std::move(blocks), first ? first->sampleRate() : context.audioSampleRate(),
+            first ? first->numberOfChannel() : context.numberOfChannel(), format,
+            first ? first->channelLayout() : context.channelLayout());
     }
     std::lock_guard<std::mutex> lock(_resourcesMutex);
     _audioResource = std::move(resource);

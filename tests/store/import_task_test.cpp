@@ -302,6 +302,33 @@ TEST_F(ImportTaskTest, MovieCutShortKeepsEveryFrameFFmpegDecodes) {
     EXPECT_EQ(video->numberOfFrames(), expected);
 }
 
+TEST_F(ImportTaskTest, SongsJoinedAtAnotherRateKeepTheFirstFormatAndPlayAtTheirSpeed) {
+    MediaFileSpec first;
+    first.audio = test::AudioTrackSpec{.codec = "libmp3lame", .sampleRate = 44100, .seconds = 1.0};
+    MediaFileSpec second;
+    second.audio = test::AudioTrackSpec{.codec = "libmp3lame", .sampleRate = 48000, .seconds = 1.0};
+    const std::string firstPath = write("first.mp3", first);
+    const std::string secondPath = write("second.mp3", second);
+    const std::string joined = _user.file("joined.mp3");
+    {
+        std::ofstream out(joined, std::ios::binary);
+        out << std::ifstream(firstPath, std::ios::binary).rdbuf()
+            << std::ifstream(secondPath, std::ios::binary).rdbuf();
+    }
+    const auto audio = resultOf(importURLs({joined})).importResources().at(0)->audioResource();
+    ASSERT_NE(audio, nullptr);
+    EXPECT_EQ(audio->sampleRate(), 44100);
+    // Two seconds at 44.1 kHz, give or take the coder's padding of each part.
+    EXPECT_NEAR(static_cast<double>(audio->sampleRange().length()), 2 * 44100, 2304);
+    for (const auto& block : audio->blocks()) {
+        const auto frame =
+            SCResource::decodeAudioFrame(audio->storage()->readDataOfLength(block->length(), block->offset()));
+        ASSERT_NE(frame, nullptr);
+        ASSERT_EQ(frame->sampleRate(), 44100);
+        ASSERT_EQ(static_cast<uint64_t>(frame->numberOfSamples()), block->numberOfSamples());
+    }
+}
+
 TEST_F(ImportTaskTest, IgnoringVideoStoresSoundOnlyAndSoundReportsItsOwnProgress) {
     const auto calls = importURLs({write("talk.mkv", movie(10, 2.0))}, true);
     const auto progress = progressOf(calls);
