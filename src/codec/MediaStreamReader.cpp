@@ -131,7 +131,15 @@ AVFramePtr MediaStreamReader::decodeNext() {
             _finished = true;
             return nullptr;
         }
-        if (_draining) continue;
+        if (_draining) {
+            // Each error costs a held frame at most; a decoder stuck on errors must not loop.
+            constexpr int kMostDrainErrors = 64;
+            if (++_drainErrors > kMostDrainErrors) {
+                _finished = true;
+                return nullptr;
+            }
+            continue;
+        }
         if (av_read_frame(_format, _packet) < 0) {
             _draining = true;
             avcodec_send_packet(_decoder, nullptr);
@@ -147,6 +155,7 @@ bool MediaStreamReader::seek(int64_t streamTime) {
     if (av_seek_frame(_format, _streamIndex, streamTime, AVSEEK_FLAG_BACKWARD) < 0) return false;
     avcodec_flush_buffers(_decoder);
     _draining = false;
+    _drainErrors = 0;
     _finished = false;
     return true;
 }

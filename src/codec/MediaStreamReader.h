@@ -60,6 +60,8 @@ private:
     AVPacket* _packet = nullptr;
     int _streamIndex = -1;
     bool _draining = false;
+    // Errors the decoder gave since the flush; a decoder that gives nothing else ends the stream.
+    int _drainErrors = 0;
     bool _finished = false;
 };
 
