@@ -18,6 +18,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "codec/BitmapCodec.h"
 #include "codec/QVTimebase.h"
 #include "effects/QVEffectInstance.h"
@@ -34,6 +35,9 @@
 namespace qm {
 namespace {
 
+using bench::Clock;
+using bench::millisecondsSince;
+
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 constexpr int kFps = 30;
@@ -45,37 +49,6 @@ constexpr int kPassFrames = 90;
 constexpr int kRandomFrames = 20;
 constexpr double kWarmTargetFps = 30;
 constexpr double kColdTargetMs = 16;
-
-using Clock = std::chrono::steady_clock;
-
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
-
-std::string loadAverage() {
-    std::ifstream in("/proc/loadavg");
-    std::string line;
-    std::getline(in, line);
-    return line.empty() ? "unknown" : line;
-}
-
-// Cache files and the picture go to a private directory that is removed when the program ends.
-class PrivateDirectory {
-public:
-    PrivateDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "composition_bench.XXXXXX").string();
-        _path = ::mkdtemp(pattern.data()) ? pattern : std::string();
-        if (!_path.empty()) ::setenv("XDG_DATA_HOME", _path.c_str(), 1);
-    }
-    ~PrivateDirectory() {
-        std::error_code ignored;
-        if (!_path.empty()) std::filesystem::remove_all(_path, ignored);
-    }
-    const std::string& path() const { return _path; }
-
-private:
-    std::string _path;
-};
 
 // A frame with camera-like detail, so that its JPEG has a realistic size: smooth gradients that
 // drift, a moving box and a fine texture.
@@ -256,7 +229,7 @@ void printRow(const char* label, const std::vector<FrameTime>& frames) {
 
 int main() {
     using namespace qm;
-    PrivateDirectory directory;
+    bench::PrivateUserFolders directory("composition_bench");
     std::printf(
         "composition of %dx%d frames: two stored 1080p clips under Dissolve, a picture with shadow and "
         "entrance\n",
@@ -267,7 +240,7 @@ int main() {
     const std::string picture = writeOverlayPicture(directory.path());
     std::printf("  stored 2 x %d frames in %.1f s, %.0f kB per frame\n", kClipFrames, millisecondsSince(start) / 1000,
                 static_cast<double>(a.bytes + b.bytes) / (2.0 * kClipFrames * 1000));
-    std::printf("  load average before: %s\n", loadAverage().c_str());
+    std::printf("  load average before: %s\n", bench::loadAverage().c_str());
 
     // The frames from 1 s before the overlap to its end: the entrance, clip A alone, the Dissolve.
     std::vector<int64_t> times;

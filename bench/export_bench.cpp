@@ -18,9 +18,11 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
+
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using qm::bench::Clock;
 
 constexpr int kWidth = 1280;
 constexpr int kHeight = 720;
@@ -28,28 +30,6 @@ constexpr int kHeight = 720;
 constexpr long kBitRate = static_cast<long>(kWidth) * kHeight * 6;
 constexpr double kTargetRatio = 1.0;
 constexpr double kTargetPeakMB = 500;
-
-// Cache files, settings and outputs stay in a private directory, removed at the end.
-class PrivateDirectory {
-public:
-    PrivateDirectory() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "export_bench.XXXXXX").string();
-        _path = ::mkdtemp(pattern.data()) ? pattern : std::string();
-        for (const char* name : {"XDG_DATA_HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"}) {
-            const std::string folder = _path + "/" + name;
-            std::filesystem::create_directories(folder);
-            ::setenv(name, folder.c_str(), 1);
-        }
-    }
-    ~PrivateDirectory() {
-        std::error_code ignored;
-        if (!_path.empty()) std::filesystem::remove_all(_path, ignored);
-    }
-    std::string file(const std::string& name) const { return _path + "/" + name; }
-
-private:
-    std::string _path;
-};
 
 struct RunResult {
     bool ok = false;
@@ -104,7 +84,7 @@ void printRun(const char* name, const RunResult& r, double ours) {
 
 int main(int argc, char** argv) {
     const bool skipLong = argc > 1 && std::string(argv[1]) == "--skip-long";
-    PrivateDirectory directory;
+    qm::bench::PrivateUserFolders directory("export_bench");
     const std::string a = directory.file("a.mp4");
     const std::string b = directory.file("b.mp4");
     const std::string size = std::to_string(kWidth) + "x" + std::to_string(kHeight);
@@ -149,10 +129,7 @@ int main(int argc, char** argv) {
                    " -mix 60 -mixer luma -mixer mix:-1 -consumer avformat:" + directory.file("melt.mp4") +
                    " vcodec=libx264 preset=veryfast vb=" + bitRate + " g=30 acodec=aac real_time=-2");
     }
-    std::ifstream load("/proc/loadavg");
-    std::string line;
-    std::getline(load, line);
-    std::printf("  load average: %s\n", line.c_str());
+    std::printf("  load average: %s\n", qm::bench::loadAverage().c_str());
     if (!ours.ok) {
         std::printf("  ours     failed\n");
         return 1;

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "BenchSupport.h"
 #include "codec/QVAudioFrame2.h"
 #include "codec/QVTimebase.h"
 #include "foundation/QVSampleBuffer.h"
@@ -33,23 +34,6 @@ constexpr int kTracks = 8;
 constexpr int64_t kSourceRate = 48000;
 constexpr int64_t kBlock = 1024;
 constexpr int64_t kClipSeconds = 10;
-
-// Cache files go to a private directory that is removed when the program ends.
-class PrivateDataHome {
-public:
-    PrivateDataHome() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "mixdown_bench.XXXXXX").string();
-        _path = ::mkdtemp(pattern.data()) ? pattern : std::string();
-        if (!_path.empty()) ::setenv("XDG_DATA_HOME", _path.c_str(), 1);
-    }
-    ~PrivateDataHome() {
-        std::error_code ignored;
-        if (!_path.empty()) std::filesystem::remove_all(_path, ignored);
-    }
-
-private:
-    std::string _path;
-};
 
 // A stored stereo S16 sine of kClipSeconds at kSourceRate, in blocks of 1024 samples.
 std::shared_ptr<SCResource> storedSine(double frequency) {
@@ -152,7 +136,7 @@ BENCHMARK(mixdownBlock)
 }  // namespace qm
 
 int main(int argc, char** argv) {
-    const qm::PrivateDataHome dataHome;
+    const qm::bench::PrivateUserFolders folders("mixdown_bench");
     benchmark::Initialize(&argc, argv);
     if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
     benchmark::RunSpecifiedBenchmarks();

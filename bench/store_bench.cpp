@@ -23,6 +23,7 @@ extern "C" {
 #include <libswscale/swscale.h>
 }
 
+#include "BenchSupport.h"
 #include "codec/QVAudioFrame2.h"
 #include "codec/QVTimebase.h"
 #include "store/SCAudioResource.h"
@@ -32,7 +33,8 @@ extern "C" {
 namespace qm {
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using bench::Clock;
+using bench::millisecondsSince;
 
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
@@ -40,10 +42,6 @@ constexpr int kFps = 30;
 constexpr int kFrames = 8 * kFps;
 constexpr int kGop = 2 * kFps;
 constexpr int kReads = 60;
-
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 // A screen-like picture: gradients, a fine pattern and a moving box.
 std::vector<uint8_t> framePixels(int k) {

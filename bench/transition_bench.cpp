@@ -21,6 +21,7 @@
 
 #include <unistd.h>
 
+#include "BenchSupport.h"
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
 #include "image/RenderContext.h"
@@ -30,6 +31,10 @@ using namespace qm;
 
 namespace {
 
+using bench::Clock;
+using bench::loadAverage;
+using bench::millisecondsSince;
+
 constexpr int kWidth = 1920;
 constexpr int kHeight = 1080;
 constexpr int kWarmup = 2;
@@ -38,20 +43,6 @@ constexpr double kTargetMs = 8.0;
 // ffmpeg reads each 2-frame file this many times over.
 constexpr int kLoops = 30;
 constexpr int kFfmpegFrames = 2 * kLoops;
-
-using Clock = std::chrono::steady_clock;
-
-// The first line of /proc/loadavg: other work on the machine skews every number here.
-std::string loadAverage() {
-    std::ifstream in("/proc/loadavg");
-    std::string line;
-    std::getline(in, line);
-    return line.empty() ? "unknown" : line;
-}
-
-double millisecondsSince(Clock::time_point start) {
-    return std::chrono::duration<double, std::milli>(Clock::now() - start).count();
-}
 
 // CPU time of the whole process, in ms.
 double processCpuMilliseconds() {

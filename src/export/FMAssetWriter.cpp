@@ -195,7 +195,10 @@ bool FMAssetWriter::waitWriteInputReady(const MovieWriterInput& input) {
 
 bool FMAssetWriter::appendCIImage(const Image& image, int64_t timestamp) {
     std::shared_ptr<PixelBuffer> pixelBuffer = _pixelBufferPool ? _pixelBufferPool->createPixelBuffer() : nullptr;
-    if (!pixelBuffer) return false;
+    if (!pixelBuffer) {
+        _failed = true;
+        return false;
+    }
     rendCIImage(image, *pixelBuffer);
     const CMTime presentTime =
         CMTime::makeWithSeconds(static_cast<double>(timestamp) / static_cast<double>(QVTimebase), kPresentTimeScale);
@@ -225,6 +228,7 @@ bool FMAssetWriter::appendPixelBuffer(std::shared_ptr<PixelBuffer> pixelBuffer, 
         appended = _videoWriterInput->appendPixelBuffer(std::move(pixelBuffer), presentTime);
         if (!appended) logWriterError("%s");
     });
+    if (!appended) _failed = true;
     return appended;
 }
 
@@ -273,6 +277,7 @@ bool FMAssetWriter::appendAudioCMSampleBuffer(std::shared_ptr<const MediaSampleB
         appended = _audioWriterInput->appendSampleBuffer(std::move(sampleBuffer));
         if (!appended) logWriterError("%s");
     });
+    if (!appended) _failed = true;
     return appended;
 }
 
@@ -289,6 +294,7 @@ bool FMAssetWriter::finishWriter() {
     _videoWriterInput = nullptr;
     _audioWriterInput = nullptr;
     _pixelBufferPool = nullptr;
+    if (!finished) _failed = true;
     return finished;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -99,6 +100,11 @@ public:
     double frameRate() const { return _frameRate; }
     // Samples appended so far: the audio clock.
     int64_t totalSampleInput() const { return _totalSampleInput; }
+    // True once the writer could not take an append (no buffer, an input not ready, an encoder
+    // or file error) or could not finish: the file then misses what was handed over. Refusals of
+    // the caller's own data (an unsupported channel count) do not count. The export task goes on
+    // without a medium whose append failed and does not look at the finish; a host asks here.
+    bool failed() const { return _failed; }
 
     // Waits up to 11 times 0.1 s for the input to become ready; false if it stays busy.
     static bool waitWriteInputReady(const MovieWriterInput& input);
@@ -131,6 +137,7 @@ private:
     std::shared_ptr<PixelBufferPool> _pixelBufferPool;
     int64_t _totalSampleInput = 0;
     double _frameRate = 30.0;
+    std::atomic<bool> _failed = false;
 };
 
 }  // namespace qm

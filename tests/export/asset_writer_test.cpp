@@ -105,10 +105,13 @@ TEST_F(AssetWriterTest, TheAudioClockMovesOnlyWithAppendsThatSucceed) {
     EXPECT_EQ(log.count("Failed to create audio format description"), 1u);
     EXPECT_FALSE(writer->appendPCMData({}, _stereo));
     EXPECT_EQ(log.count("Failed to allocate sample buffer"), 1u);
+    // The caller's own bad data leaves the writer sound; a refusal by the input does not.
+    EXPECT_FALSE(writer->failed());
     // Mono into the stereo stream: the input refuses it.
     const AudioStreamBasicDescription mono = test::describePCM(44100, 1, SampleType::Int16);
     EXPECT_FALSE(writer->appendPCMData(sine(mono, 1000), mono));
     EXPECT_EQ(writer->totalSampleInput(), 1000);
+    EXPECT_TRUE(writer->failed());
 
     EXPECT_TRUE(writer->appendPCMData(sine(_stereo, 500), _stereo));
     EXPECT_EQ(writer->totalSampleInput(), 1500);

@@ -166,7 +166,30 @@ void applyLook(const Node& clipNode, QVMediaClip& clip) {
     }
 }
 
-std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::path& folder) {
+// The path a clip's "file" names, taken from the edit file's folder when relative.
+std::string filePath(const Node& node, const std::filesystem::path& folder) {
+    std::filesystem::path file = node["file"].text();
+    return (file.is_relative() ? folder / file : file).string();
+}
+
+// Every file the clips name, each once, brought into the store in one import.
+ImportOutcome importNamedFiles(const Json& tracks, const std::filesystem::path& folder) {
+    std::vector<std::string> paths;
+    for (const auto& track : tracks) {
+        if (!track.is_object() || !track.contains("clips") || !track["clips"].is_array()) continue;
+        for (const auto& clip : track["clips"]) {
+            if (!clip.is_object() || !clip.contains("file") || !clip["file"].is_string()) continue;
+            const std::string path = filePath({clip, ""}, folder);
+            if (std::find(paths.begin(), paths.end(), path) == paths.end()) paths.push_back(path);
+        }
+    }
+    ImportOutcome outcome = importFiles(paths);
+    if (!outcome.failures.empty()) throw CommandError(outcome.failures.front(), kExitFailure);
+    return outcome;
+}
+
+std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::path& folder,
+                                      const ImportOutcome& imported) {
     if (!node.value.is_object()) fail(node.where, "expected an object");
     std::shared_ptr<SCResource> resource;
     if (node.has("resource")) {
@@ -174,11 +197,7 @@ std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::p
         resource = AMResourceMgr::resourceMgr().findResourceWithIdentifier(identifier);
         if (!resource) fail(node.where + ".resource", "no resource \"" + identifier + "\" in the store");
     } else if (node.has("file")) {
-        std::filesystem::path file = node["file"].text();
-        if (file.is_relative()) file = folder / file;
-        const auto outcome = importFiles({file.string()});
-        if (!outcome.failures.empty()) throw CommandError(outcome.failures.front(), kExitFailure);
-        resource = outcome.resources.at(file.string());
+        resource = imported.resources.at(filePath(node, folder));
     } else {
         fail(node.where, "a clip needs \"file\" or \"resource\"");
     }
@@ -234,6 +253,7 @@ std::shared_ptr<QVProject> loadEditFile(const std::string& path) {
     if (top.has("output")) applyOutput(top["output"], *project);
     const auto folder = std::filesystem::path(path).parent_path();
     const Node tracks = top["tracks"];
+    const ImportOutcome imported = importNamedFiles(tracks.value, folder);
     for (size_t t = 0; t < tracks.value.size(); ++t) {
         const Node trackNode{tracks.value[t], tracks.where + "[" + std::to_string(t) + "]"};
         if (!trackNode.has("clips") || !trackNode.value["clips"].is_array())
@@ -243,7 +263,7 @@ std::shared_ptr<QVProject> loadEditFile(const std::string& path) {
         const Node clips = trackNode["clips"];
         for (size_t c = 0; c < clips.value.size(); ++c) {
             const Node clipNode{clips.value[c], clips.where + "[" + std::to_string(c) + "]"};
-            if (!track->addClip(makeClip(clipNode, folder))) {
+            if (!track->addClip(makeClip(clipNode, folder, imported))) {
                 fail(clipNode.where, "the clip overlaps a clip it may not (at most two clips at any time)");
             }
         }

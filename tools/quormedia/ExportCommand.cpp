@@ -1,7 +1,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -92,27 +91,6 @@ private:
     int64_t _sample = 0;
 };
 
-// Lines the engine logs while the export runs, kept to be shown after the progress bar.
-class LoggedLines {
-public:
-    LoggedLines() {
-        _previous = setLogSink([this](const std::string& line) {
-            std::lock_guard<std::mutex> lock(_mutex);
-            _lines.push_back(line);
-        });
-    }
-    ~LoggedLines() { setLogSink(_previous); }
-    std::vector<std::string> lines() const {
-        std::lock_guard<std::mutex> lock(_mutex);
-        return _lines;
-    }
-
-private:
-    mutable std::mutex _mutex;
-    std::vector<std::string> _lines;
-    LogSink _previous;
-};
-
 }  // namespace
 
 int runExport(const std::vector<std::string>& args) {
@@ -135,7 +113,8 @@ int runExport(const std::vector<std::string>& args) {
     bool finished = false;
     std::optional<double> completion;
     ProgressBar bar(true);
-    LoggedLines logged;
+    // What the engine logs meanwhile is shown after the progress bar.
+    LogCapture logged;
     task->startAssetWriteWithBlock([&](int32_t action, std::optional<double> value) {
         if (action == QVMuxerTaskActionProgress && value) bar.update(*value * 100.0, "exporting");
         if (action == QVMuxerTaskActionComplete) {
@@ -146,20 +125,15 @@ int runExport(const std::vector<std::string>& args) {
     MainLoop::runUntil([&] { return finished; }, std::chrono::hours(24 * 365));
     bar.finish(completion == 0.0);
 
-    // The writer reports every failed append or finish in a line of its own; the media libraries'
-    // warnings come as "[name @ address] ..." and do not spoil the file.
-    std::string failure;
-    for (const auto& line : logged.lines()) {
-        if (failure.empty() && line.rfind('[', 0) != 0) failure = line;
-    }
     std::error_code error;
     const bool written = std::filesystem::exists(partial, error) && std::filesystem::file_size(partial, error) > 0;
-    if (completion != 0.0 || !written || !failure.empty()) {
+    const auto lines = logged.lines();
+    if (completion != 0.0 || !written || writer->failed()) {
         std::filesystem::remove(partial, error);
-        throw CommandError("the export to " + out + " failed" + (failure.empty() ? std::string() : ": " + failure),
+        throw CommandError("the export to " + out + " failed" + (lines.empty() ? std::string() : ": " + lines.front()),
                            kExitFailure);
     }
-    for (const auto& line : logged.lines()) std::fprintf(stderr, "%s\n", line.c_str());
+    for (const auto& line : lines) std::fprintf(stderr, "%s\n", line.c_str());
     std::filesystem::rename(partial, out, error);
     if (error) throw CommandError("cannot write " + out + ": " + error.message(), kExitFailure);
     std::printf("%s: %lldx%lld, %s\n", out.c_str(), static_cast<long long>(project->outVideoWidth()),
