@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <chrono>
 #include <string_view>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "foundation/QMCommon.h"
 #include "image/RenderContext.h"
 #include "platform/Log.h"
+#include "store/SCRecordingJournal.h"
 
 namespace qm {
 
@@ -151,12 +153,49 @@ void SCMovieWritter::setupStorages() {
         _audioBlocks.clear();
         ready = _audioStorage != nullptr;
     }
+    if (ready) startJournal();
     std::lock_guard lock(_mutex);
     if (!ready) {
         transitionToStatus(StatusFailed, cannotSetupInputError());
         return;
     }
     transitionToStatus(StatusWriting, nullptr);
+}
+
+void SCMovieWritter::startJournal() {
+    SCRecordingJournalHeader header;
+    header.creationDate = std::chrono::system_clock::now();
+    {
+        std::lock_guard lock(_mutex);
+        if (_videoFormatDescription) {
+            header.width = _videoFormatDescription->width();
+            header.height = _videoFormatDescription->height();
+        }
+        if (_audioFormatDescription) {
+            const AudioStreamBasicDescription& description = _audioFormatDescription->streamDescription();
+            header.sampleRate = static_cast<int64_t>(description.mSampleRate);
+            header.numberOfChannels = description.mChannelsPerFrame;
+            header.sampleFormat = sampleFormatFromDescription(&description);
+        }
+    }
+    _journal = SCRecordingJournal::createInDirectory(SCResourceStorage::pathOfResourceStoragePath(), header,
+                                                     _videoStorage, _audioStorage);
+    if (_journal) scheduleJournalSync();
+}
+
+void SCMovieWritter::scheduleJournalSync() {
+    writingQueue().after(SCRecordingJournal::syncInterval, [weakSelf = weak_from_this()] {
+        const auto self = weakSelf.lock();
+        if (!self || !self->_journal) return;
+        const Status current = self->status();
+        if (current != StatusWriting && current != StatusFinishing) return;
+        if (!self->_journal->syncIfDue()) {
+            std::lock_guard lock(self->_mutex);
+            self->transitionToStatus(StatusFailed, nullptr);
+            return;
+        }
+        self->scheduleJournalSync();
+    });
 }
 
 void SCMovieWritter::finishRecording() {
@@ -183,6 +222,8 @@ void SCMovieWritter::finishOnWritingQueue() {
     }
     if (_videoStorage) _videoStorage->flushCacheBuffer();
     if (_audioStorage) _audioStorage->flushCacheBuffer();
+    if (_journal) _journal->remove();
+    _journal.reset();
     std::lock_guard lock(_mutex);
     transitionToStatus(StatusFinished, nullptr);
 }
@@ -286,7 +327,9 @@ bool SCMovieWritter::writeAudioSampleBuffer(const MediaSampleBuffer& sampleBuffe
     _audioBlocks.push_back(
         SCAudioBlock::createWithOffset(offset, archive.size(), startSample, static_cast<uint64_t>(numberOfSamples)));
     _audioStorage->appendData(archive);
-    return true;
+    if (!_journal) return true;
+    _journal->appendAudioBlock(*_audioBlocks.back());
+    return _journal->syncIfDue();
 }
 
 bool SCMovieWritter::writeVideoSampleBuffer(const VideoSampleBuffer& sampleBuffer, CMTime presentTime) {
@@ -317,7 +360,9 @@ bool SCMovieWritter::writeVideoSampleBuffer(const VideoSampleBuffer& sampleBuffe
     }
     _videoBlocks.push_back(SCVideoBlock::createWithOffset(offset, jpeg.size(), t, timestampOf(_frameDuration), 0));
     _videoStorage->appendData(jpeg);
-    return true;
+    if (!_journal) return true;
+    _journal->appendVideoBlock(*_videoBlocks.back());
+    return _journal->syncIfDue();
 }
 
 int32_t SCMovieWritter::sampleFormatFromDescription(const AudioStreamBasicDescription* description) {
@@ -371,6 +416,8 @@ void SCMovieWritter::teardownAssetWriterAndInputs(bool keep) {
             if (self->_videoStorage) self->_videoStorage->cleanCache();
             if (self->_audioStorage) self->_audioStorage->cleanCache();
         }
+        if (self->_journal) self->_journal->remove();
+        self->_journal.reset();
         self->_videoStorage.reset();
         self->_audioStorage.reset();
         self->_videoBlocks.clear();
