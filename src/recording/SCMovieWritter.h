@@ -140,7 +140,11 @@ private:
     std::shared_ptr<SCAudioResource> makeAudioResource();
     std::shared_ptr<SCVideoResource> makeVideoResource();
     void startJournal();
-    void scheduleJournalSync();
+    // Syncs the journal at least once a second while samples are accepted, also when none arrive.
+    void startJournalTicker();
+    void syncJournal();
+    // Stops the ticker and deletes the journal.
+    void closeJournal();
     const QVJPEGEncoderHW& jpegEncoder();
 
     std::once_flag _writingQueueOnce;
@@ -158,6 +162,7 @@ private:
     std::shared_ptr<SCResourceStorage> _videoStorage;
     std::shared_ptr<SCResourceStorage> _audioStorage;
     std::shared_ptr<SCRecordingJournal> _journal;
+    std::shared_ptr<DispatchSemaphore> _journalTickerStop;
 
     // Guarded by _mutex.
     mutable std::recursive_mutex _mutex;
