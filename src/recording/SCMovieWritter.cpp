@@ -68,6 +68,11 @@ SCMovieWritter::Status SCMovieWritter::status() const {
     return _status;
 }
 
+AffineTransform SCMovieWritter::videoTrackTransform() const {
+    std::lock_guard lock(_mutex);
+    return _videoTrackTransform;
+}
+
 DispatchQueue& SCMovieWritter::writingQueue() {
     dispatchOnce(_writingQueueOnce, [this] { _writingQueue = DispatchQueue::createSerial(); });
     return *_writingQueue;

@@ -89,7 +89,8 @@ public:
     SCMovieWritter& operator=(const SCMovieWritter&) = delete;
 
     Status status() const;
-    const AffineTransform& videoTrackTransform() const { return _videoTrackTransform; }
+    // Identity until a video track is added.
+    AffineTransform videoTrackTransform() const;
 
     // Only in StatusIdle, and once per kind; see the log texts in the source.
     void addVideoTrackWithSourceFormatDescription(std::shared_ptr<const VideoFormatDescription> formatDescription,

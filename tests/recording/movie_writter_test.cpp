@@ -239,6 +239,16 @@ TEST_F(MovieWritterTest, StatusRunsFromIdleThroughWritingToFinishedWithLoggedRef
     EXPECT_EQ(_delegate->callsOffTheCallbackQueue, 0);
 }
 
+TEST_F(MovieWritterTest, TheFirstVideoTracksTransformIsKept) {
+    auto writer = SCMovieWritter::createWithDelegate(_delegate, _callbackQueue);
+    EXPECT_TRUE(writer->videoTrackTransform().isIdentity());
+    const AffineTransform quarterTurn{0, 1, -1, 0, 10, 20};
+    const auto format = VideoFormatDescription::create(kWidth, kHeight, kCVPixelFormatType_32BGRA);
+    writer->addVideoTrackWithSourceFormatDescription(format, quarterTurn, {});
+    writer->addVideoTrackWithSourceFormatDescription(format, AffineTransform{}, {});
+    EXPECT_EQ(writer->videoTrackTransform(), quarterTurn);
+}
+
 TEST_F(MovieWritterTest, VideoBlocksStartAfterTheFirstFrameAndLastUntilTheNext) {
     auto writer = preparedWriter(true, false);
     // Frames at 0 (sets the start, dropped), 40, 80, 80 again, then a gap to 200 ms.
