@@ -3,7 +3,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <string_view>
 #include <utility>
 
 #include "codec/QVAudioFrame2.h"
