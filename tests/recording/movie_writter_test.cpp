@@ -469,5 +469,13 @@ TEST(MovieWritterFormatTest, SampleFormatsFollowTheWidthAndFlags) {
     EXPECT_EQ(formatOf(8, 12), -1);
 }
 
+TEST(MovieWritterFormatTest, TimesAreLoggedWithValueScaleFlagAndEpoch) {
+    LogCapture log;
+    SCMovieWritter::logCurrentTime(CMTime::make(-1200, 600), "video");
+    SCMovieWritter::logCurrentTime(CMTime{}, "audio");
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{"video, Value: -1200, Scale: 600, flag: 1, epon: 0",
+                                                     "audio, Value: 0, Scale: 0, flag: 0, epon: 0"}));
+}
+
 }  // namespace
 }  // namespace qm
