@@ -160,6 +160,29 @@ TEST_F(RecordingRecoveryTest, ATornOrDamagedEntryEndsTheReading) {
     EXPECT_FALSE(SCRecordingJournal::readJournalAtPath(path).has_value());
 }
 
+TEST_F(RecordingRecoveryTest, AJournalCutAtAnyByteKeepsItsWholeEntries) {
+    HandMadeRecording recording(_date);
+    for (int i = 0; i < 3; ++i) recording.addFrame();
+    ASSERT_TRUE(recording.journal->sync());
+    std::ifstream stream(recording.journal->path(), std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    constexpr size_t entryLength = 45;
+    const size_t headerEnd = bytes.size() - 3 * entryLength;
+
+    const std::string cut = _user.file("cut" + std::string(SCRecordingJournal::fileExtension));
+    for (size_t length = 0; length <= bytes.size(); ++length) {
+        std::ofstream(cut, std::ios::binary | std::ios::trunc) << bytes.substr(0, length);
+        const auto contents = SCRecordingJournal::readJournalAtPath(cut);
+        if (length < headerEnd) {
+            EXPECT_FALSE(contents.has_value()) << length;
+            continue;
+        }
+        ASSERT_TRUE(contents.has_value()) << length;
+        EXPECT_EQ(contents->videoBlocks.size(), (length - headerEnd) / entryLength) << length;
+        EXPECT_EQ(contents->torn, (length - headerEnd) % entryLength != 0) << length;
+    }
+}
+
 TEST_F(RecordingRecoveryTest, ASyncFailsWhenTheCacheFileLacksTheBytes) {
     HandMadeRecording recording(_date);
     recording.addFrame();
