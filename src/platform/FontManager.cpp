@@ -3,6 +3,7 @@
 #include <fontconfig/fontconfig.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -56,8 +57,9 @@ const std::vector<ListedFace>& installedFaces() {
         FcFontSetDestroy(set);
         std::sort(faces.begin(), faces.end(), [](const ListedFace& a, const ListedFace& b) {
             const auto key = [](const ListedFace& f) {
-                return std::make_tuple(f.family, f.member.width != FC_WIDTH_NORMAL, f.member.width, f.member.weight,
-                                       f.member.italic, f.member.fontName);
+                return std::make_tuple(f.family, f.member.width != FC_WIDTH_NORMAL, f.member.width,
+                                       std::abs(f.member.weight - 400), f.member.weight, f.member.italic,
+                                       f.member.fontName);
             };
             return key(a) < key(b);
         });

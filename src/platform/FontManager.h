@@ -29,8 +29,8 @@ public:
 
     // Family names, sorted, each once.
     std::vector<std::string> availableFontFamilies() const;
-    // The faces of a family: normal width first, then by weight, upright before italic, then by
-    // name. Empty for an unknown family.
+    // The faces of a family: normal width first, then from regular weight outwards, upright before
+    // italic, then by name. Empty for an unknown family.
     std::vector<Member> availableMembersOfFontFamily(const std::string& family) const;
     // The installed face of this unique name.
     std::optional<Member> memberNamed(const std::string& fontName) const;
