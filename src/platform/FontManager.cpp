@@ -76,6 +76,12 @@ const ListedFace* faceNamed(const std::string& fontName) {
 
 }  // namespace
 
+#ifdef __SANITIZE_ADDRESS__
+// fontconfig keeps its parsed configuration for the life of the process; the leak checker is told
+// so, for every program that draws text.
+extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
+#endif
+
 unsigned FontManager::Member::traits() const { return (italic ? italicTrait : 0u) | (weight >= 600 ? boldTrait : 0u); }
 
 std::optional<Font> Font::fontWithName(const std::string& name, double size) {

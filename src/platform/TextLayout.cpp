@@ -112,13 +112,7 @@ void fillLayout(PangoLayout* layout, const AttributedString& text) {
 
 }  // namespace
 
-Font TextLayout::defaultFont() {
-    Font font;
-    font.fontName = "Sans";
-    font.familyName = "Sans";
-    font.pointSize = 12.0;
-    return font;
-}
+Font TextLayout::defaultFont() { return *Font::fontWithName("Sans", 12.0); }
 
 Size TextLayout::sizeOfAttributedString(const AttributedString& text) {
     if (text.length() == 0) return {};
