@@ -80,6 +80,7 @@ const ListedFace* faceNamed(const std::string& fontName) {
 // fontconfig keeps its parsed configuration for the life of the process; the leak checker is told
 // so, for every program that draws text.
 extern "C" const char* __lsan_default_suppressions() { return "leak:libfontconfig.so\n"; }
+extern "C" const char* __lsan_default_options() { return "print_suppressions=0"; }
 #endif
 
 unsigned FontManager::Member::traits() const { return (italic ? italicTrait : 0u) | (weight >= 600 ? boldTrait : 0u); }
