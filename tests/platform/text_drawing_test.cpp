@@ -202,6 +202,39 @@ TEST(TextLayoutTest, AlignmentPlacesTheLineInTheRect) {
     }
 }
 
+TEST(TextLayoutTest, EachRunDrawsInItsOwnColourAndSize) {
+    // "HH" in red at 20 and "HH" in blue at 40, on one line.
+    AttributedString text = styled("HHHH", dejaVu(20), Color{1, 0, 0, 1});
+    text.changeAttributes(2, 2, [](TextAttributes& a) {
+        a.foregroundColor = Color{0, 0, 1, 1};
+        a.font = dejaVu(40);
+    });
+    EXPECT_EQ(text.runs().size(), 2u);
+    auto context = BitmapContext::create(200, 60);
+    TextLayout::drawInRect(*context, text, {0, 0, 200, 60});
+    const auto bitmap = context->makeBitmap();
+    int redTop = 60, blueTop = 60, redRight = -1, blueLeft = 200;
+    for (int y = 0; y < 60; ++y) {
+        for (int x = 0; x < 200; ++x) {
+            const auto p = bitmap->pixelAt(x, y);
+            if (p[3] < 200) continue;
+            if (p[0] > 200 && p[2] < 50) {
+                redTop = std::min(redTop, y);
+                redRight = std::max(redRight, x);
+            }
+            if (p[2] > 200 && p[0] < 50) {
+                blueTop = std::min(blueTop, y);
+                blueLeft = std::min(blueLeft, x);
+            }
+        }
+    }
+    ASSERT_GE(redRight, 0);
+    ASSERT_LT(blueLeft, 200);
+    EXPECT_LT(redRight, blueLeft);
+    // Both runs share a baseline: the capitals of 40 rise 0.729 em * 20 higher than those of 20.
+    EXPECT_NEAR(redTop - blueTop, 0.729 * 20, 2.0);
+}
+
 TEST(TextLayoutTest, UnknownFamiliesStillDrawWithASubstitute) {
     for (const char* family : {"Helvetica", "No Such Family 42"}) {
         auto context = BitmapContext::create(120, 40);

@@ -7,8 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <vector>
 #include <string>
+#include <vector>
 
 #include "support/MediaFileWriter.h"
 #include "support/TestEnvironment.h"
@@ -155,7 +155,6 @@ TEST_F(QuormediaCliTest, AnUnwritableOutputLeavesNothingBehind) {
     EXPECT_NE(run.output.find("cannot write /proc/poster.png"), std::string::npos) << run.output;
 }
 
-
 std::vector<char> bytesOf(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
@@ -178,8 +177,8 @@ TEST_F(QuormediaCliTest, SavedProjectsDrawAsTheirEditFileDoes) {
     const CliRun save = quormedia("save " + edit + " " + project);
     ASSERT_EQ(save.exitCode, 0) << save.output;
     EXPECT_NE(save.output.find("3 tracks, 4 clips"), std::string::npos) << save.output;
-    for (const auto& [input, out] : {std::pair{edit, file("edit.png")}, {project, file("project.png")},
-                                     {blank, file("blank.png")}}) {
+    for (const auto& [input, out] :
+         {std::pair{edit, file("edit.png")}, {project, file("project.png")}, {blank, file("blank.png")}}) {
         const CliRun frame = quormedia("frame " + input + " --at 0.5 -o " + out);
         ASSERT_EQ(frame.exitCode, 0) << frame.output;
     }
@@ -209,8 +208,7 @@ TEST_F(QuormediaCliTest, DrawnClipKeysAreChecked) {
         {R"({"shape": "ellipse", "bounds": [0, 0, 9, 9], "position": [1, 2]})", "a shape takes its place"},
     };
     for (const auto& [clip, message] : cases) {
-        const std::string edit =
-            write("bad.json", R"({"tracks": [{"clips": [)" + clip + "]}]}");
+        const std::string edit = write("bad.json", R"({"tracks": [{"clips": [)" + clip + "]}]}");
         const CliRun run = quormedia("save " + edit + " " + file("bad.qmproj"));
         EXPECT_EQ(run.exitCode, 2) << clip;
         EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
