@@ -36,9 +36,7 @@ void QVShapeClip::initWithPath(const BezierPath& path) {
 }
 
 std::shared_ptr<QVShapeClip> QVShapeClip::createWithCoder(KeyedUnarchiver& coder) {
-    std::shared_ptr<QVShapeClip> clip(new QVShapeClip());
-    if (!clip->initWithCoder(coder)) return nullptr;
-    return clip;
+    return readShape(coder, std::shared_ptr<QVShapeClip>(new QVShapeClip()));
 }
 
 bool QVShapeClip::initWithCoder(KeyedUnarchiver& coder) {
@@ -71,6 +69,15 @@ void QVShapeClip::encodeWithCoder(KeyedArchiver& coder) const {
     coder.encodePoint("endPoint", _endPoint);
     coder.encodeBool("doubleArrow", _doubleArrow);
     coder.encodePoint("location", _location);
+}
+
+template <class Clip>
+std::shared_ptr<Clip> QVShapeClip::readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip) {
+    QVShapeClip& shape = *clip;
+    const bool storedPosition = coder.containsValueForKey("position");
+    if (!shape.initWithCoder(coder)) return nullptr;
+    if (!storedPosition) shape.followBounds();
+    return clip;
 }
 
 std::shared_ptr<QVClip> QVShapeClip::copy() const {
@@ -353,9 +360,7 @@ void QVRectShapeClip::initWithRect(const Rect& rect, double xRadius, double yRad
 }
 
 std::shared_ptr<QVRectShapeClip> QVRectShapeClip::createWithCoder(KeyedUnarchiver& coder) {
-    std::shared_ptr<QVRectShapeClip> clip(new QVRectShapeClip());
-    if (!clip->initWithCoder(coder)) return nullptr;
-    return clip;
+    return readShape(coder, std::shared_ptr<QVRectShapeClip>(new QVRectShapeClip()));
 }
 
 bool QVRectShapeClip::initWithCoder(KeyedUnarchiver& coder) {
@@ -406,9 +411,7 @@ std::shared_ptr<QVEllipseShapeClip> QVEllipseShapeClip::shapeClipWithEllipseInRe
 }
 
 std::shared_ptr<QVEllipseShapeClip> QVEllipseShapeClip::createWithCoder(KeyedUnarchiver& coder) {
-    std::shared_ptr<QVEllipseShapeClip> clip(new QVEllipseShapeClip());
-    if (!clip->initWithCoder(coder)) return nullptr;
-    return clip;
+    return readShape(coder, std::shared_ptr<QVEllipseShapeClip>(new QVEllipseShapeClip()));
 }
 
 std::shared_ptr<QVClip> QVEllipseShapeClip::copy() const {
@@ -441,9 +444,7 @@ void QVLineShapeClip::initWithStartPoint(Point start, Point end) {
 }
 
 std::shared_ptr<QVLineShapeClip> QVLineShapeClip::createWithCoder(KeyedUnarchiver& coder) {
-    std::shared_ptr<QVLineShapeClip> clip(new QVLineShapeClip());
-    if (!clip->initWithCoder(coder)) return nullptr;
-    return clip;
+    return readShape(coder, std::shared_ptr<QVLineShapeClip>(new QVLineShapeClip()));
 }
 
 std::shared_ptr<QVClip> QVLineShapeClip::copy() const {
@@ -493,9 +494,7 @@ std::shared_ptr<QVArrowShapeClip> QVArrowShapeClip::shapeClipWithArrawStartPoint
 }
 
 std::shared_ptr<QVArrowShapeClip> QVArrowShapeClip::createWithCoder(KeyedUnarchiver& coder) {
-    std::shared_ptr<QVArrowShapeClip> clip(new QVArrowShapeClip());
-    if (!clip->initWithCoder(coder)) return nullptr;
-    return clip;
+    return readShape(coder, std::shared_ptr<QVArrowShapeClip>(new QVArrowShapeClip()));
 }
 
 std::shared_ptr<QVClip> QVArrowShapeClip::copy() const {

@@ -116,6 +116,9 @@ protected:
                      const std::function<void()>& change);
     // The clip's position takes the present bounds, without an undo record of its own.
     void followBounds();
+    // Reads `clip`; a position the archive did not hold follows the bounds read.
+    template <class Clip>
+    static std::shared_ptr<Clip> readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip);
 
 private:
     BezierPath _path;

@@ -230,6 +230,17 @@ TEST_F(ProjectArchiveTest, ReadingNarrowsFloatsKeepsStoredStatesAndSetsNoDefault
     ASSERT_TRUE(bareLine);
     EXPECT_FALSE(bareLine->strokeColor());
     EXPECT_EQ(bareLine->lineWidth(), 0.0);
+
+    // A shape stored without its position: the position follows the shape's bounds.
+    class RectOnly : public Archivable {
+    public:
+        std::string archiveClassName() const override { return "QVRectShapeClip"; }
+        void encodeWithCoder(KeyedArchiver& coder) const override { coder.encodeRect("_rect", {7, 8, 90, 60}); }
+    };
+    const auto rectOnly = std::dynamic_pointer_cast<QVRectShapeClip>(
+        QMCommon::unarchiveObjectWithData(QMCommon::archiveRootObject(std::make_shared<RectOnly>())));
+    ASSERT_TRUE(rectOnly);
+    EXPECT_EQ(rectOnly->clipPosition()->bounds(), (Rect{7, 8, 90, 60}));
 }
 
 TEST_F(ProjectArchiveTest, ClipsWhoseResourceIsGoneAreDroppedWithTheirSelection) {
