@@ -76,7 +76,11 @@ std::shared_ptr<Clip> QVShapeClip::readShape(KeyedUnarchiver& coder, std::shared
     QVShapeClip& shape = *clip;
     const bool storedPosition = coder.containsValueForKey("position");
     if (!shape.initWithCoder(coder)) return nullptr;
-    if (!storedPosition) shape.followBounds();
+    if (storedPosition) {
+        shape.observePosition(shape.clipPosition());
+    } else {
+        shape.followBounds();
+    }
     return clip;
 }
 
@@ -189,14 +193,33 @@ void QVShapeClip::changeShape(const char* key, const std::function<void(QVShapeC
 }
 
 void QVShapeClip::followBounds() {
-    const Rect now = bounds();
     const auto position = clipPosition();
+    observePosition(position);
+    const Rect now = bounds();
     if (position->bounds() == now) return;
     const UndoRef undo = undoManager();
+    _followingBounds = true;
     undo.disableUndoRegistration();
     position->setLocation(now.origin);
     position->setSize(now.size);
     undo.enableUndoRegistration();
+    _followingBounds = false;
+}
+
+void QVShapeClip::observePosition(const std::shared_ptr<QVClipPosition>& position) {
+    if (position.get() == _observedPosition) return;
+    _observedPosition = position.get();
+    const std::weak_ptr<QVClipPosition> weak = position;
+    _positionToken = position->addObserver("bounds", [this, weak](const KeyValueChange&) {
+        if (const auto changed = weak.lock()) positionChanged(*changed);
+    });
+}
+
+void QVShapeClip::positionChanged(QVClipPosition& position) {
+    if (_followingBounds) return;
+    undoManager().removeAllActionsWithTarget(&position);
+    setBounds(position.bounds());
+    followBounds();
 }
 
 void QVShapeClip::setFillColor(const std::optional<Color>& color) {

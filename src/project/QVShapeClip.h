@@ -14,8 +14,9 @@ namespace qm {
 
 // A clip that draws vector geometry into a bitmap: the base class is the free-form shape, its
 // subclasses rectangles, ellipses, lines and arrows. Geometry is in canvas coordinates. The shape
-// owns its bounds; the clip's position follows them (location and size, without undo of its own),
-// so a caller that moves or resizes a shape does it through setBounds.
+// owns its bounds and the clip's position follows them: a change of the position's location or
+// size goes to setBounds (and is recorded there, not on the position), and the position then takes
+// the bounds the shape answers.
 //
 // Setters of colours, line width, opacity, radii and end points record their inverse on the
 // owner's undo manager and drop the rendered picture. Opacity is kept but does not change the
@@ -121,6 +122,10 @@ protected:
     static std::shared_ptr<Clip> readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip);
 
 private:
+    // Sends later changes of `position` to setBounds, once per position object.
+    void observePosition(const std::shared_ptr<QVClipPosition>& position);
+    void positionChanged(QVClipPosition& position);
+
     BezierPath _path;
     std::atomic<std::shared_ptr<const Bitmap>> _cacheImage;
     std::optional<Color> _fillColor = Color::clear();
@@ -133,6 +138,10 @@ private:
     Point _endPoint;
     bool _doubleArrow = false;
     Point _location;
+    ObserverToken _positionToken;
+    const QVClipPosition* _observedPosition = nullptr;
+    // Set while followBounds moves the position, whose changes are then the shape's own.
+    bool _followingBounds = false;
 };
 
 // A rectangle with rounded corners; its bounds are the rectangle.

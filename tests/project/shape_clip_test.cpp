@@ -140,6 +140,34 @@ TEST_F(ShapeClipTest, RoundedCornersAndResizing) {
     EXPECT_EQ(rect->outputCgImage()->width(), 40);
 }
 
+TEST_F(ShapeClipTest, MovingThePositionMovesTheShapeAsOneStep) {
+    auto rect = owned(QVRectShapeClip::shapeClipWithRect({0, 0, 40, 30}));
+    rect->clipPosition()->setLocation({50, 60});
+    EXPECT_EQ(rect->bounds(), (Rect{50, 60, 40, 30}));
+    rect->clipPosition()->setWidth(80);
+    EXPECT_EQ(rect->bounds(), (Rect{50, 60, 80, 30}));
+    EXPECT_EQ(rect->outputCgImage()->width(), 80);
+    EXPECT_EQ(undoSteps(), 2);
+    EXPECT_EQ(rect->bounds(), (Rect{0, 0, 40, 30}));
+    EXPECT_EQ(rect->clipPosition()->bounds(), (Rect{0, 0, 40, 30}));
+
+    // A line moves with its position, but keeps its size.
+    auto line = owned(QVLineShapeClip::shapeClipWithLineStartPoint({10, 10}, {50, 10}));
+    line->clipPosition()->setBounds({19.5, 29.5, 999, 999});
+    EXPECT_EQ(line->startPoint(), (Point{20, 30}));
+    EXPECT_EQ(line->endPoint(), (Point{60, 30}));
+    EXPECT_EQ(line->clipPosition()->bounds(), (Rect{19.5, 29.5, 41, 1}));
+    EXPECT_EQ(undoSteps(), 1);
+    EXPECT_EQ(line->startPoint(), (Point{10, 10}));
+    EXPECT_EQ(line->clipPosition()->bounds(), (Rect{9.5, 9.5, 41, 1}));
+
+    // A copy's position drives the copy, not the original.
+    auto copy = std::dynamic_pointer_cast<QVRectShapeClip>(rect->copy());
+    copy->clipPosition()->setLocation({5, 5});
+    EXPECT_EQ(copy->bounds(), (Rect{5, 5, 40, 30}));
+    EXPECT_EQ(rect->bounds(), (Rect{0, 0, 40, 30}));
+}
+
 TEST_F(ShapeClipTest, LineBoundsGrowByHalfTheWidthAndMovingIsOneStep) {
     auto line = owned(QVLineShapeClip::shapeClipWithLineStartPoint({10, 10}, {50, 10}));
     line->setLineWidth(4);
