@@ -16,6 +16,10 @@ constexpr double changeTolerance = 1e-06;
 
 // --- QVShapeClip
 
+ObserverToken QVShapeClip::addBoundsObserver(std::function<void()> observer) {
+    return addObserver("bounds", [observer = std::move(observer)](const KeyValueChange&) { observer(); });
+}
+
 std::shared_ptr<QVShapeClip> QVShapeClip::shapeClipWithPath(const BezierPath& path) {
     std::shared_ptr<QVShapeClip> clip(new QVShapeClip());
     clip->loadDefaultSettings();
@@ -32,7 +36,6 @@ void QVShapeClip::initWithPath(const BezierPath& path) {
     setXRadius(0);
     setYRadius(0);
     if (!path.isEmpty()) setBounds(path.bounds().insetBy(-_lineWidth, -_lineWidth));
-    followBounds();
 }
 
 std::shared_ptr<QVShapeClip> QVShapeClip::createWithCoder(KeyedUnarchiver& coder) {
@@ -71,19 +74,6 @@ void QVShapeClip::encodeWithCoder(KeyedArchiver& coder) const {
     coder.encodePoint("location", _location);
 }
 
-template <class Clip>
-std::shared_ptr<Clip> QVShapeClip::readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip) {
-    QVShapeClip& shape = *clip;
-    const bool storedPosition = coder.containsValueForKey("position");
-    if (!shape.initWithCoder(coder)) return nullptr;
-    if (storedPosition) {
-        shape.observePosition(shape.clipPosition());
-    } else {
-        shape.followBounds();
-    }
-    return clip;
-}
-
 std::shared_ptr<QVClip> QVShapeClip::copy() const {
     std::shared_ptr<QVShapeClip> clip(new QVShapeClip());
     clip->loadDefaultSettings();
@@ -103,7 +93,6 @@ void QVShapeClip::copyShapeTo(QVShapeClip& clip) const {
     clip.setStartPoint(_startPoint);
     clip.setEndPoint(_endPoint);
     clip.setDoubleArrow(_doubleArrow);
-    clip.followBounds();
 }
 
 double QVShapeClip::angleWithPoint(Point p1, Point p2) {
@@ -188,38 +177,7 @@ void QVShapeClip::changeShape(const char* key, const std::function<void(QVShapeC
     willChangeValueForKey(key);
     change();
     resetCacheImage();
-    followBounds();
     didChangeValueForKey(key);
-}
-
-void QVShapeClip::followBounds() {
-    const auto position = clipPosition();
-    observePosition(position);
-    const Rect now = bounds();
-    if (position->bounds() == now) return;
-    const UndoRef undo = undoManager();
-    _followingBounds = true;
-    undo.disableUndoRegistration();
-    position->setLocation(now.origin);
-    position->setSize(now.size);
-    undo.enableUndoRegistration();
-    _followingBounds = false;
-}
-
-void QVShapeClip::observePosition(const std::shared_ptr<QVClipPosition>& position) {
-    if (position.get() == _observedPosition) return;
-    _observedPosition = position.get();
-    const std::weak_ptr<QVClipPosition> weak = position;
-    _positionToken = position->addObserver("bounds", [this, weak](const KeyValueChange&) {
-        if (const auto changed = weak.lock()) positionChanged(*changed);
-    });
-}
-
-void QVShapeClip::positionChanged(QVClipPosition& position) {
-    if (_followingBounds) return;
-    undoManager().removeAllActionsWithTarget(&position);
-    setBounds(position.bounds());
-    followBounds();
 }
 
 void QVShapeClip::setFillColor(const std::optional<Color>& color) {
@@ -283,7 +241,6 @@ void QVShapeClip::setEndPoint(Point point) {
 void QVShapeClip::setDoubleArrow(bool doubleArrow) {
     willChangeValueForKey("doubleArrow");
     _doubleArrow = doubleArrow;
-    followBounds();
     didChangeValueForKey("doubleArrow");
 }
 
@@ -347,13 +304,13 @@ std::any QVShapeClip::valueForKey(const std::string& key) const {
 }
 
 std::vector<std::string> QVShapeClip::keyPathsForValuesAffectingValueForKey(const std::string& key) const {
+    // The shape's bounds are its own; the clip's position reads them, not the other way round.
+    if (key == "bounds") return {"startPoint", "endPoint", "lineWidth", "doubleArrow", "location", "rect"};
     auto keys = QVClip::keyPathsForValuesAffectingValueForKey(key);
     const auto add = [&keys](std::initializer_list<const char*> more) {
         keys.insert(keys.end(), more.begin(), more.end());
     };
-    if (key == "bounds") {
-        add({"startPoint", "endPoint", "lineWidth", "doubleArrow", "location", "rect"});
-    } else if (key == "outputImage") {
+    if (key == "outputImage") {
         add({"bounds", "fillColor", "strokeColor", "opacity", "lineWidth", "xRadius", "yRadius"});
     } else if (key == "boundsX" || key == "boundsY" || key == "boundsWidth" || key == "boundsHeight") {
         add({"bounds"});
@@ -379,7 +336,6 @@ void QVRectShapeClip::initWithRect(const Rect& rect, double xRadius, double yRad
     _rect = rect;
     setXRadius(xRadius);
     setYRadius(yRadius);
-    followBounds();
 }
 
 std::shared_ptr<QVRectShapeClip> QVRectShapeClip::createWithCoder(KeyedUnarchiver& coder) {
@@ -407,7 +363,6 @@ std::shared_ptr<QVClip> QVRectShapeClip::copy() const {
 void QVRectShapeClip::copyRectTo(QVRectShapeClip& clip) const {
     copyShapeTo(clip);
     clip.setBounds(_rect);
-    clip.followBounds();
 }
 
 std::optional<BezierPath> QVRectShapeClip::path() const {

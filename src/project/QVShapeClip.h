@@ -14,9 +14,7 @@ namespace qm {
 
 // A clip that draws vector geometry into a bitmap: the base class is the free-form shape, its
 // subclasses rectangles, ellipses, lines and arrows. Geometry is in canvas coordinates. The shape
-// owns its bounds and the clip's position follows them: a change of the position's location or
-// size goes to setBounds (and is recorded there, not on the position), and the position then takes
-// the bounds the shape answers.
+// owns its bounds: the clip's position reads and writes them (see QVClipPosition).
 //
 // Setters of colours, line width, opacity, radii and end points record their inverse on the
 // owner's undo manager and drop the rendered picture. Opacity is kept but does not change the
@@ -26,7 +24,7 @@ namespace qm {
 // "yRadius", "startPoint", "endPoint", "doubleArrow", "location", "bounds" (follows the end
 // points, "lineWidth", "doubleArrow", "location", "rect"), "boundsX", "boundsY", "boundsWidth",
 // "boundsHeight" (follow "bounds"), "outputImage".
-class QVShapeClip : public QVClip {
+class QVShapeClip : public QVClip, public QVShapeGeometry {
 public:
     // A free-form shape of `path`.
     static std::shared_ptr<QVShapeClip> shapeClipWithPath(const BezierPath& path);
@@ -49,16 +47,17 @@ public:
 
     // The path in canvas coordinates, or nothing.
     virtual std::optional<BezierPath> path() const;
-    virtual Rect bounds() const;
-    virtual void setBounds(const Rect& bounds);
+    Rect bounds() const override;
+    void setBounds(const Rect& bounds) override;
     double boundsX() const { return bounds().minX(); }
     double boundsY() const { return bounds().minY(); }
     double boundsWidth() const { return bounds().width(); }
     double boundsHeight() const { return bounds().height(); }
-    void setBoundsX(double x);
-    void setBoundsY(double y);
-    void setBoundsWidth(double width);
-    void setBoundsHeight(double height);
+    void setBoundsX(double x) override;
+    void setBoundsY(double y) override;
+    void setBoundsWidth(double width) override;
+    void setBoundsHeight(double height) override;
+    ObserverToken addBoundsObserver(std::function<void()> observer) override;
 
     // Black when no colour is set.
     Color fillColor() const { return _fillColor.value_or(Color::black()); }
@@ -110,22 +109,19 @@ protected:
     // Gives `clip` the shape's settings, after the base class's.
     void copyShapeTo(QVShapeClip& clip) const;
     std::vector<std::string> keyPathsForValuesAffectingValueForKey(const std::string& key) const override;
+    // `clip` read from `coder`, or nothing.
+    template <class Clip>
+    static std::shared_ptr<Clip> readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip) {
+        QVShapeClip& shape = *clip;
+        return shape.initWithCoder(coder) ? clip : nullptr;
+    }
 
-    // Records `restore` for undo, calls `change` between the change notices of `key`, drops the
-    // picture and moves the clip's position to the bounds.
+    // Records `restore` for undo, calls `change` between the change notices of `key` and drops the
+    // picture.
     void changeShape(const char* key, const std::function<void(QVShapeClip&)>& restore,
                      const std::function<void()>& change);
-    // The clip's position takes the present bounds, without an undo record of its own.
-    void followBounds();
-    // Reads `clip`; a position the archive did not hold follows the bounds read.
-    template <class Clip>
-    static std::shared_ptr<Clip> readShape(KeyedUnarchiver& coder, std::shared_ptr<Clip> clip);
 
 private:
-    // Sends later changes of `position` to setBounds, once per position object.
-    void observePosition(const std::shared_ptr<QVClipPosition>& position);
-    void positionChanged(QVClipPosition& position);
-
     BezierPath _path;
     std::atomic<std::shared_ptr<const Bitmap>> _cacheImage;
     std::optional<Color> _fillColor = Color::clear();
@@ -138,10 +134,6 @@ private:
     Point _endPoint;
     bool _doubleArrow = false;
     Point _location;
-    ObserverToken _positionToken;
-    const QVClipPosition* _observedPosition = nullptr;
-    // Set while followBounds moves the position, whose changes are then the shape's own.
-    bool _followingBounds = false;
 };
 
 // A rectangle with rounded corners; its bounds are the rectangle.

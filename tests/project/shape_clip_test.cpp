@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 
 #include "project/QVProject.h"
@@ -166,6 +167,36 @@ TEST_F(ShapeClipTest, MovingThePositionMovesTheShapeAsOneStep) {
     copy->clipPosition()->setLocation({5, 5});
     EXPECT_EQ(copy->bounds(), (Rect{5, 5, 40, 30}));
     EXPECT_EQ(rect->bounds(), (Rect{0, 0, 40, 30}));
+}
+
+TEST_F(ShapeClipTest, ThePositionReadsTheShapeAndTellsItsObserversOfShapeChanges) {
+    auto line = owned(QVLineShapeClip::shapeClipWithLineStartPoint({10, 10}, {50, 10}));
+    const auto position = line->clipPosition();
+    EXPECT_EQ(position->shapeClipOwner(), std::dynamic_pointer_cast<QVShapeGeometry>(line));
+    std::vector<std::string> told;
+    std::vector<ObserverToken> tokens;
+    for (const char* key : {"positionX", "positionY", "width", "height", "bounds"}) {
+        tokens.push_back(position->addObserver(key, [&told, key](const KeyValueChange&) { told.push_back(key); }));
+    }
+    line->setEndPoint({50, 40});
+    EXPECT_EQ(position->bounds(), (Rect{9.5, 9.5, 41, 31}));
+    EXPECT_EQ(position->height(), 31);
+    // "width" hears only changes of the position's own size.
+    std::sort(told.begin(), told.end());
+    EXPECT_EQ(told, (std::vector<std::string>{"bounds", "height", "positionX", "positionY"}));
+
+    // A copy keeps the shape's geometry in its own fields and has no owner.
+    const auto copy = position->copy();
+    EXPECT_EQ(copy->shapeClipOwner(), nullptr);
+    EXPECT_EQ(copy->bounds(), (Rect{9.5, 9.5, 41, 31}));
+
+    // The position's own edits stay undoable beside the shape's.
+    position->setRotateAngle(30);
+    position->setPositionX(100);
+    EXPECT_EQ(line->startPoint(), (Point{100.5, 10}));
+    EXPECT_EQ(undoSteps(), 3);
+    EXPECT_EQ(position->rotateAngle(), 0);
+    EXPECT_EQ(line->endPoint(), (Point{50, 10}));
 }
 
 TEST_F(ShapeClipTest, LineBoundsGrowByHalfTheWidthAndMovingIsOneStep) {
