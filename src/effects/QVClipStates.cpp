@@ -14,6 +14,9 @@ double between(double start, double end, double percent) { return QMCommon::valu
 
 bool nearly(double a, double b) { return std::fabs(a - b) < QMCommon::expression(); }
 
+// Stands for the shape owner's bounds among the keys a position's keys depend on.
+constexpr const char* kShapeBoundsKey = "shapeClipOwner.bounds";
+
 }  // namespace
 
 // --- QVClipPosition
@@ -54,7 +57,28 @@ AffineTransform QVClipPosition::makeTranformWithCenter(Point center, double rota
 void QVClipPosition::setOwner(const std::shared_ptr<QVClipStateOwner>& owner) {
     willChangeValueForKey("owner");
     _owner = owner;
+    _shapeBoundsToken = {};
+    if (const auto shape = shapeClipOwner()) {
+        _shapeBoundsToken = shape->addBoundsObserver([this] {
+            willChangeValueForKey(kShapeBoundsKey);
+            didChangeValueForKey(kShapeBoundsKey);
+        });
+    }
     didChangeValueForKey("owner");
+}
+
+std::shared_ptr<QVShapeGeometry> QVClipPosition::shapeClipOwner() const {
+    return std::dynamic_pointer_cast<QVShapeGeometry>(_owner.lock());
+}
+
+Point QVClipPosition::location() const {
+    if (const auto shape = shapeClipOwner()) return shape->bounds().origin;
+    return _position;
+}
+
+Size QVClipPosition::size() const {
+    if (const auto shape = shapeClipOwner()) return shape->bounds().size;
+    return _size;
 }
 
 UndoRef QVClipPosition::undoManager() const {
@@ -72,6 +96,7 @@ void QVClipPosition::registerUndo(std::function<void(QVClipPosition&)> restore) 
 }
 
 void QVClipPosition::setLocation(Point location) {
+    if (const auto shape = shapeClipOwner()) return shape->setBounds({location, shape->bounds().size});
     if (location == _position) return;
     const Point old = _position;
     registerUndo([old](QVClipPosition& position) { position.setLocation(old); });
@@ -83,6 +108,7 @@ void QVClipPosition::setLocation(Point location) {
 void QVClipPosition::setSize(Size size) {
     size.width = std::max(size.width, 0.0);
     size.height = std::max(size.height, 0.0);
+    if (const auto shape = shapeClipOwner()) return shape->setBounds({shape->bounds().origin, size});
     if (size == _size) return;
     const Size old = _size;
     registerUndo([old](QVClipPosition& position) { position.setSize(old); });
@@ -91,15 +117,28 @@ void QVClipPosition::setSize(Size size) {
     didChangeValueForKey("size");
 }
 
-void QVClipPosition::setPositionX(double x) { setLocation({x, _position.y}); }
+void QVClipPosition::setPositionX(double x) {
+    if (const auto shape = shapeClipOwner()) return shape->setBoundsX(x);
+    setLocation({x, _position.y});
+}
 
-void QVClipPosition::setPositionY(double y) { setLocation({_position.x, y}); }
+void QVClipPosition::setPositionY(double y) {
+    if (const auto shape = shapeClipOwner()) return shape->setBoundsY(y);
+    setLocation({_position.x, y});
+}
 
-void QVClipPosition::setWidth(double width) { setSize({width, _size.height}); }
+void QVClipPosition::setWidth(double width) {
+    if (const auto shape = shapeClipOwner()) return shape->setBoundsWidth(width);
+    setSize({width, _size.height});
+}
 
-void QVClipPosition::setHeight(double height) { setSize({_size.width, height}); }
+void QVClipPosition::setHeight(double height) {
+    if (const auto shape = shapeClipOwner()) return shape->setBoundsHeight(height);
+    setSize({_size.width, height});
+}
 
 void QVClipPosition::setBounds(const Rect& bounds) {
+    if (const auto shape = shapeClipOwner()) return shape->setBounds(bounds);
     setLocation(bounds.origin);
     setSize(bounds.size);
 }
@@ -151,9 +190,10 @@ std::any QVClipPosition::valueForKey(const std::string& key) const {
 
 std::vector<std::string> QVClipPosition::keyPathsForValuesAffectingValueForKey(const std::string& key) const {
     if (key == "shapeClipOwner") return {"owner"};
-    if (key == "positionX" || key == "positionY") return {"location"};
-    if (key == "width" || key == "height") return {"size"};
-    if (key == "bounds") return {"size", "location"};
+    if (key == "positionX" || key == "positionY") return {"location", kShapeBoundsKey};
+    if (key == "width") return {"size"};
+    if (key == "height") return {"size", kShapeBoundsKey};
+    if (key == "bounds") return {"size", "location", kShapeBoundsKey};
     return Observable::keyPathsForValuesAffectingValueForKey(key);
 }
 

@@ -16,8 +16,6 @@
 
 namespace qm {
 
-class QVShapeClip;
-
 // What a clip state asks of the clip that owns it.
 class QVClipStateOwner {
 public:
@@ -26,14 +24,32 @@ public:
     virtual UndoRef undoManager() const = 0;
 };
 
+// The geometry of a shape clip, which keeps it itself: a position owned by a shape clip reads and
+// writes the shape's bounds instead of its own fields.
+class QVShapeGeometry {
+public:
+    virtual ~QVShapeGeometry() = default;
+    virtual Rect bounds() const = 0;
+    virtual void setBounds(const Rect& bounds) = 0;
+    virtual void setBoundsX(double x) = 0;
+    virtual void setBoundsY(double y) = 0;
+    virtual void setBoundsWidth(double width) = 0;
+    virtual void setBoundsHeight(double height) = 0;
+    // Calls `observer` after each change of the bounds, for as long as the token lives.
+    [[nodiscard]] virtual ObserverToken addBoundsObserver(std::function<void()> observer) = 0;
+};
+
 // Where a clip stands on the canvas: the lower left corner (`location`), the size and the
 // rotation in degrees. The owner is the clip, held weakly. setLocation, setSize and
 // setRotateAngle record their inverse on the owner's undo manager; a position without an owner
-// records nothing. Made by the factories and held by shared_ptr.
+// records nothing. When the owner is a shape clip, location and size are the shape's bounds: the
+// getters read them, the setters write them through the shape (which records the undo), and the
+// position's own fields are left alone. Made by the factories and held by shared_ptr.
 //
 // Observable keys: "owner", "shapeClipOwner" (follows "owner"), "location", "size",
 // "rotateAngle", "positionX" and "positionY" (follow "location"), "width" and "height" (follow
-// "size"), "bounds" (follows "location" and "size").
+// "size"), "bounds" (follows "location" and "size"). A change of a shape owner's bounds notifies
+// "positionX", "positionY", "height" and "bounds" (not "width"), with the new value as old value.
 class QVClipPosition : public Observable, public Archivable, public std::enable_shared_from_this<QVClipPosition> {
 public:
     // Zero size, location zero, angle 0, no owner.
@@ -50,26 +66,26 @@ public:
 
     std::shared_ptr<QVClipStateOwner> owner() const { return _owner.lock(); }
     void setOwner(const std::shared_ptr<QVClipStateOwner>& owner);
-    // Always nothing for now: shape clips redirect the geometry here once they exist.
-    std::shared_ptr<QVShapeClip> shapeClipOwner() const { return nullptr; }
+    // The owner if it is a shape clip.
+    std::shared_ptr<QVShapeGeometry> shapeClipOwner() const;
     // The owner's undo manager; empty without an owner.
     UndoRef undoManager() const;
 
-    Point location() const { return _position; }
+    Point location() const;
     // Undoable when the point differs.
     void setLocation(Point location);
-    Size size() const { return _size; }
+    Size size() const;
     // Negative sides become 0; undoable when the size differs.
     void setSize(Size size);
-    double positionX() const { return _position.x; }
+    double positionX() const { return location().x; }
     void setPositionX(double x);
-    double positionY() const { return _position.y; }
+    double positionY() const { return location().y; }
     void setPositionY(double y);
-    double width() const { return _size.width; }
+    double width() const { return size().width; }
     void setWidth(double width);
-    double height() const { return _size.height; }
+    double height() const { return size().height; }
     void setHeight(double height);
-    Rect bounds() const { return {_position, _size}; }
+    Rect bounds() const { return {location(), size()}; }
     // setLocation, then setSize.
     void setBounds(const Rect& bounds);
     double rotateAngle() const { return _rotateDegress; }
@@ -98,6 +114,7 @@ private:
     void registerUndo(std::function<void(QVClipPosition&)> restore);
 
     std::weak_ptr<QVClipStateOwner> _owner;
+    ObserverToken _shapeBoundsToken;
     Point _position;
     Size _size;
     double _rotateDegress = 0;

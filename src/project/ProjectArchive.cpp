@@ -4,10 +4,13 @@
 
 #include "effects/QVClipStates.h"
 #include "effects/QVEffectInstance.h"
+#include "platform/GraphicsArchive.h"
 #include "platform/KeyedArchiver.h"
 #include "project/QVClip.h"
 #include "project/QVMediaClip.h"
 #include "project/QVProject.h"
+#include "project/QVShapeClip.h"
+#include "project/QVTextClip.h"
 #include "project/QVTrack.h"
 
 namespace qm {
@@ -17,6 +20,13 @@ void registerProjectArchiveClasses() {
     std::call_once(once, [] {
         KeyedUnarchiver::registerClass<QVClip>("QVClip");
         KeyedUnarchiver::registerClass<QVMediaClip>("QVMediaClip");
+        KeyedUnarchiver::registerClass<QVBlankClip>("QVBlankClip");
+        KeyedUnarchiver::registerClass<QVTextClip>("QVTextClip");
+        KeyedUnarchiver::registerClass<QVShapeClip>("QVShapeClip");
+        KeyedUnarchiver::registerClass<QVRectShapeClip>("QVRectShapeClip");
+        KeyedUnarchiver::registerClass<QVEllipseShapeClip>("QVEllipseShapeClip");
+        KeyedUnarchiver::registerClass<QVLineShapeClip>("QVLineShapeClip");
+        KeyedUnarchiver::registerClass<QVArrowShapeClip>("QVArrowShapeClip");
         KeyedUnarchiver::registerClass<QVClipPosition>("QVClipPosition");
         KeyedUnarchiver::registerClass<QVColorState>("QVColorState");
         KeyedUnarchiver::registerClass<QVShadowState>("QVShadowState");
@@ -24,6 +34,7 @@ void registerProjectArchiveClasses() {
         KeyedUnarchiver::registerClass<QVTrack>("QVTrack");
         KeyedUnarchiver::registerClass<QVProject>("QVProject");
         QVEffectInstance::registerArchiveClasses();
+        registerGraphicsArchiveClasses();
     });
 }
 

@@ -6,7 +6,9 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
+#include <vector>
 
 #include "support/MediaFileWriter.h"
 #include "support/TestEnvironment.h"
@@ -151,6 +153,67 @@ TEST_F(QuormediaCliTest, AnUnwritableOutputLeavesNothingBehind) {
     const CliRun run = quormedia("frame " + edit() + " --at 0.5 -o /proc/poster.png");
     EXPECT_EQ(run.exitCode, 1) << run.output;
     EXPECT_NE(run.output.find("cannot write /proc/poster.png"), std::string::npos) << run.output;
+}
+
+std::vector<char> bytesOf(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+TEST_F(QuormediaCliTest, SavedProjectsDrawAsTheirEditFileDoes) {
+    const std::string edit = write("drawn.json", R"({"output": {"width": 160, "height": 120, "fps": 10},
+  "tracks": [
+    {"clips": [{"text": "Hi", "font": "DejaVu Sans", "size": 24, "bold": true, "textColor": [1, 0, 0, 1],
+                "position": [20, 30], "duration": 2}]},
+    {"clips": [{"shape": "rectangle", "bounds": [10, 10, 50, 40], "fill": [0, 0, 1, 1], "lineWidth": 3,
+                "duration": 2},
+               {"shape": "arrow", "from": [100, 20], "to": [150, 100], "doubleArrow": true, "start": 1.8,
+                "duration": 2}]},
+    {"clips": [{"blank": [0, 1, 0], "duration": 2}]}]})");
+    const std::string blank = write("blank.json", R"({"output": {"width": 160, "height": 120, "fps": 10},
+  "tracks": [{"clips": [{"blank": [0, 1, 0], "duration": 2}]}]})");
+    const std::string project = file("drawn.qmproj");
+
+    const CliRun save = quormedia("save " + edit + " " + project);
+    ASSERT_EQ(save.exitCode, 0) << save.output;
+    EXPECT_NE(save.output.find("3 tracks, 4 clips"), std::string::npos) << save.output;
+    for (const auto& [input, out] :
+         {std::pair{edit, file("edit.png")}, {project, file("project.png")}, {blank, file("blank.png")}}) {
+        const CliRun frame = quormedia("frame " + input + " --at 0.5 -o " + out);
+        ASSERT_EQ(frame.exitCode, 0) << frame.output;
+    }
+    EXPECT_EQ(bytesOf(file("edit.png")), bytesOf(file("project.png")));
+    EXPECT_NE(bytesOf(file("edit.png")), bytesOf(file("blank.png")));
+
+    const CliRun exported = quormedia("export " + project + " " + file("sound.wav"));
+    EXPECT_EQ(exported.exitCode, 0) << exported.output;
+
+    const auto whole = bytesOf(project);
+    std::ofstream(file("cut.qmproj"), std::ios::binary).write(whole.data(), static_cast<long>(whole.size() / 3));
+    const CliRun damaged = quormedia("frame " + file("cut.qmproj") + " --at 0.5 -o " + file("cut.png"));
+    EXPECT_EQ(damaged.exitCode, 2);
+    EXPECT_NE(damaged.output.find("Can not open project " + file("cut.qmproj") + ": the file is damaged"),
+              std::string::npos)
+        << damaged.output;
+    EXPECT_FALSE(std::filesystem::exists(file("cut.png")));
+}
+
+TEST_F(QuormediaCliTest, DrawnClipKeysAreChecked) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {R"({"text": "a", "blank": [0, 0, 0]})", "a clip needs one of"},
+        {R"({"shape": "star"})", "unknown shape \"star\""},
+        {R"({"shape": "line", "from": [0, 0]})", "a line needs \"to\""},
+        {R"({"text": "a", "fadeIn": 1})", "only a clip of a file or resource has this"},
+        {R"({"text": "a", "align": "middle"})", "unknown alignment \"middle\""},
+        {R"({"shape": "ellipse", "bounds": [0, 0, 9, 9], "position": [1, 2]})", "a shape takes its place"},
+    };
+    for (const auto& [clip, message] : cases) {
+        const std::string edit = write("bad.json", R"({"tracks": [{"clips": [)" + clip + "]}]}");
+        const CliRun run = quormedia("save " + edit + " " + file("bad.qmproj"));
+        EXPECT_EQ(run.exitCode, 2) << clip;
+        EXPECT_NE(run.output.find(message), std::string::npos) << run.output;
+        EXPECT_FALSE(std::filesystem::exists(file("bad.qmproj")));
+    }
 }
 
 }  // namespace

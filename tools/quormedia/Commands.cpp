@@ -6,8 +6,8 @@
 #include <optional>
 
 #include "CommandError.h"
-#include "EditFile.h"
 #include "OutputFile.h"
+#include "ProjectInput.h"
 #include "Store.h"
 #include "codec/MediaLibraryLog.h"
 #include "codec/QVTimebase.h"
@@ -63,10 +63,10 @@ int runFrame(const std::vector<std::string>& args) {
         }
     }
     if (edit.empty() || !at || out.empty())
-        throw CommandError("frame needs EDIT.json --at SECONDS -o OUT.png", kExitBadInput);
+        throw CommandError("frame needs EDIT.json|PROJECT --at SECONDS -o OUT.png", kExitBadInput);
     requireWritableFolder(out);
 
-    const auto project = loadEditFile(edit);
+    const auto project = openProjectArgument(edit);
     const auto timestamp = static_cast<int64_t>(std::llround(*at * static_cast<double>(QVTimebase)));
     const Image image = project->imageAtTimestamp(timestamp, true);
     if (!image) {

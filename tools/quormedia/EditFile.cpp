@@ -14,7 +14,10 @@
 #include "effects/QVEffectTemplateMgr.h"
 #include "effects/QVTransitionInstance.h"
 #include "foundation/QVSampleDescription.h"
+#include "platform/FontManager.h"
 #include "project/QVMediaClip.h"
+#include "project/QVShapeClip.h"
+#include "project/QVTextClip.h"
 #include "project/QVTrack.h"
 #include "store/AMResourceMgr.h"
 
@@ -80,6 +83,10 @@ struct Node {
         const auto v = numbers(4);
         return {v[0], v[1], v[2], v[3]};
     }
+    Point point() const {
+        const auto v = numbers(2);
+        return {v[0], v[1]};
+    }
     Color color() const {
         if (!value.is_array() || (value.size() != 3 && value.size() != 4))
             fail(where, "expected [r, g, b] or [r, g, b, a]");
@@ -139,8 +146,16 @@ void applyEffects(const Node& effects, QVEffectInstance& instance) {
           &QVEffectInstance::setDurationExitEffect);
 }
 
-void applyLook(const Node& clipNode, QVMediaClip& clip) {
-    if (clipNode.has("position")) clip.clipPosition()->setBounds(clipNode["position"].rect());
+void applyLook(const Node& clipNode, QVClip& clip) {
+    if (clipNode.has("position")) {
+        const Node position = clipNode["position"];
+        if (dynamic_cast<QVShapeClip*>(&clip)) fail(position.where, "a shape takes its place from its own keys");
+        if (position.value.is_array() && position.value.size() == 2) {
+            clip.clipPosition()->setLocation(position.point());
+        } else {
+            clip.clipPosition()->setBounds(position.rect());
+        }
+    }
     if (clipNode.has("rotation")) clip.clipPosition()->setRotateAngle(clipNode["rotation"].number());
     if (clipNode.has("color")) {
         const Node color = clipNode["color"];
@@ -188,22 +203,114 @@ ImportOutcome importNamedFiles(const Json& tracks, const std::filesystem::path& 
     return outcome;
 }
 
-std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::path& folder,
-                                      const ImportOutcome& imported) {
-    if (!node.value.is_object()) fail(node.where, "expected an object");
+std::shared_ptr<QVMediaClip> makeMediaClip(const Node& node, const std::filesystem::path& folder,
+                                           const ImportOutcome& imported) {
     std::shared_ptr<SCResource> resource;
     if (node.has("resource")) {
         const std::string identifier = node["resource"].text();
         resource = AMResourceMgr::resourceMgr().findResourceWithIdentifier(identifier);
         if (!resource) fail(node.where + ".resource", "no resource \"" + identifier + "\" in the store");
-    } else if (node.has("file")) {
-        resource = imported.resources.at(filePath(node, folder));
     } else {
-        fail(node.where, "a clip needs \"file\" or \"resource\"");
+        resource = imported.resources.at(filePath(node, folder));
     }
-
     auto clip = QVMediaClip::createWithResource(resource);
     clip->setTimestampOfResource(node.seconds("offset", 0));
+    return clip;
+}
+
+TextAlignment alignmentNamed(const Node& node) {
+    const std::string name = node.text();
+    if (name == "left") return TextAlignment::Left;
+    if (name == "center") return TextAlignment::Center;
+    if (name == "right") return TextAlignment::Right;
+    fail(node.where, "unknown alignment \"" + name + "\" (left, center or right)");
+}
+
+// The face of "font" (a family or a face name) with the "bold" and "italic" flags, at "size".
+Font textFont(const Node& node) {
+    const double size = node.numberOr("size", QVTextClip::defaultFont().pointSize);
+    if (!(size > 0) || size > 2000) fail(node.where + ".size", "out of range");
+    const bool bold = node.has("bold") && node["bold"].flag();
+    const bool italic = node.has("italic") && node["italic"].flag();
+    const std::string name = node.has("font") ? node["font"].text() : QVTextClip::defaultFont().fontName;
+    if (name.empty()) fail(node.where + ".font", "expected a font name");
+    const auto member = QVFontManager::shareFontManager().selectFontNameFromFamily(name, bold, italic);
+    Font font = *Font::fontWithName(member.value_or(name), size);
+    if (member) return font;
+    const auto& fonts = FontManager::sharedFontManager();
+    if (bold) font = fonts.convertFontToHaveTrait(font, FontManager::boldTrait);
+    if (italic) font = fonts.convertFontToHaveTrait(font, FontManager::italicTrait);
+    return font;
+}
+
+std::shared_ptr<QVTextClip> makeTextClip(const Node& node) {
+    TextAttributes style = QVTextClip::defaultAttributes();
+    style.font = textFont(node);
+    if (node.has("textColor")) style.foregroundColor = node["textColor"].color();
+    if (node.has("align")) style.alignment = alignmentNamed(node["align"]);
+    if (node.has("underline")) style.underlineStyle = node["underline"].flag() ? 1 : 0;
+    auto clip = QVTextClip::createWithAttributeString(AttributedString(node["text"].text(), style));
+    if (node.has("plate")) clip->setBackgroundColor(node["plate"].color());
+    if (node.has("plateRadius")) clip->setBackgroundRoundRadius(node["plateRadius"].number());
+    return clip;
+}
+
+std::shared_ptr<QVShapeClip> makeShapeClip(const Node& node) {
+    const std::string kind = node["shape"].text();
+    std::shared_ptr<QVShapeClip> clip;
+    const auto need = [&](const char* key) {
+        if (!node.has(key)) fail(node.where, "a " + kind + " needs \"" + key + "\"");
+        return node[key];
+    };
+    if (kind == "rectangle") {
+        const double radius = node.numberOr("radius", 0);
+        clip = QVRectShapeClip::shapeClipWithRect(need("bounds").rect(), radius, radius);
+    } else if (kind == "ellipse") {
+        clip = QVEllipseShapeClip::shapeClipWithEllipseInRect(need("bounds").rect());
+    } else if (kind == "line") {
+        clip = QVLineShapeClip::shapeClipWithLineStartPoint(need("from").point(), need("to").point());
+    } else if (kind == "arrow") {
+        clip = QVArrowShapeClip::shapeClipWithArrawStartPoint(need("from").point(), need("to").point());
+        if (node.has("doubleArrow")) clip->setDoubleArrow(node["doubleArrow"].flag());
+    } else {
+        fail(node.where + ".shape", "unknown shape \"" + kind + "\" (rectangle, ellipse, line or arrow)");
+    }
+    if (node.has("lineWidth")) clip->setLineWidth(node["lineWidth"].number());
+    if (node.has("stroke")) clip->setStrokeColor(node["stroke"].color());
+    if (node.has("fill")) clip->setFillColor(node["fill"].color());
+    return clip;
+}
+
+std::shared_ptr<QVClip> makeSourceClip(const Node& node, const std::filesystem::path& folder,
+                                       const ImportOutcome& imported) {
+    if (!node.value.is_object()) fail(node.where, "expected an object");
+    int kinds = 0;
+    for (const char* key : {"file", "resource", "text", "blank", "shape"}) kinds += node.has(key) ? 1 : 0;
+    if (kinds != 1) fail(node.where, "a clip needs one of \"file\", \"resource\", \"text\", \"blank\" or \"shape\"");
+    if (node.has("text")) return makeTextClip(node);
+    if (node.has("blank")) return QVBlankClip::createWithColor(node["blank"].color());
+    if (node.has("shape")) return makeShapeClip(node);
+    return makeMediaClip(node, folder, imported);
+}
+
+void applyFades(const Node& node, QVClip& clip) {
+    auto* media = dynamic_cast<QVMediaClip*>(&clip);
+    for (const char* key : {"offset", "fadeIn", "fadeOut"}) {
+        if (!media && node.has(key)) fail(node.where + "." + key, "only a clip of a file or resource has this");
+    }
+    if (!media) return;
+    if (node.has("fadeIn")) {
+        media->setFadeIn(true);
+        media->setDurationOfFadeIn(node.seconds("fadeIn", 0));
+    }
+    if (node.has("fadeOut")) {
+        media->setFadeOut(true);
+        media->setDurationOfFadeOut(node.seconds("fadeOut", 0));
+    }
+}
+
+std::shared_ptr<QVClip> makeClip(const Node& node, const std::filesystem::path& folder, const ImportOutcome& imported) {
+    auto clip = makeSourceClip(node, folder, imported);
     if (node.has("duration")) clip->setTrackDuration(node.seconds("duration", 0));
     clip->setTimestampOfTrack(node.seconds("start", 0));
     if (node.has("transition")) {
@@ -215,17 +322,9 @@ std::shared_ptr<QVMediaClip> makeClip(const Node& node, const std::filesystem::p
         clip->transitionInstance()->setAllowTransitionToTile(true);
         clip->transitionInstance()->setTransitionToTileLength(node.seconds("tile", 0));
     }
-    if (node.has("fadeIn")) {
-        clip->setFadeIn(true);
-        clip->setDurationOfFadeIn(node.seconds("fadeIn", 0));
-    }
-    if (node.has("fadeOut")) {
-        clip->setFadeOut(true);
-        clip->setDurationOfFadeOut(node.seconds("fadeOut", 0));
-    }
+    applyFades(node, *clip);
     if (node.has("volume")) clip->setTrackVolume(node["volume"].number());
     if (node.has("mute")) clip->setMute(node["mute"].flag());
-    applyLook(node, *clip);
     if (node.has("effects")) applyEffects(node["effects"], *clip->effectInstance());
     return clip;
 }
@@ -263,9 +362,11 @@ std::shared_ptr<QVProject> loadEditFile(const std::string& path) {
         const Node clips = trackNode["clips"];
         for (size_t c = 0; c < clips.value.size(); ++c) {
             const Node clipNode{clips.value[c], clips.where + "[" + std::to_string(c) + "]"};
-            if (!track->addClip(makeClip(clipNode, folder, imported))) {
+            const auto clip = makeClip(clipNode, folder, imported);
+            if (!track->addClip(clip)) {
                 fail(clipNode.where, "the clip overlaps a clip it may not (at most two clips at any time)");
             }
+            applyLook(clipNode, *clip);
         }
     }
     return project;

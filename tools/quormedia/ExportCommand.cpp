@@ -6,9 +6,9 @@
 
 #include "CommandError.h"
 #include "Commands.h"
-#include "EditFile.h"
 #include "OutputFile.h"
 #include "ProgressBar.h"
+#include "ProjectInput.h"
 #include "export/FMAssetWriter.h"
 #include "export/FMAssetWriterTask.h"
 #include "foundation/QMCommon.h"
@@ -94,11 +94,11 @@ private:
 }  // namespace
 
 int runExport(const std::vector<std::string>& args) {
-    if (args.size() != 2) throw CommandError("export needs EDIT.json OUT", kExitBadInput);
+    if (args.size() != 2) throw CommandError("export needs EDIT.json|PROJECT OUT", kExitBadInput);
     const std::string& out = args[1];
     const std::string_view fileType = fileTypeForPath(out);
     requireWritableFolder(out);
-    const auto project = loadEditFile(args[0]);
+    const auto project = openProjectArgument(args[0]);
     if (project->duration() <= 0) throw CommandError(args[0] + ": the project is empty", kExitBadInput);
 
     // The movie is written beside OUT and renamed into place only once it is whole.

@@ -2,9 +2,10 @@
 //
 //   quormedia import FILE...                      bring movies, sounds and pictures into the store
 //   quormedia resources                           list the store's catalogue
-//   quormedia frame EDIT.json --at SECONDS -o OUT.png
+//   quormedia frame EDIT.json|PROJECT --at SECONDS -o OUT.png
 //                                                 write the project's picture at a time
-//   quormedia export EDIT.json OUT                export the project to a movie or sound file
+//   quormedia export EDIT.json|PROJECT OUT        export the project to a movie or sound file
+//   quormedia save EDIT.json PROJECT              save the edit file's project as a project file
 //
 // The store lives under $XDG_DATA_HOME, the settings under $XDG_CONFIG_HOME. Exit codes: 0 done,
 // 1 the work failed, 2 bad input.
@@ -23,8 +24,9 @@ namespace {
 constexpr const char* kUsage =
     "usage: quormedia import FILE...\n"
     "       quormedia resources\n"
-    "       quormedia frame EDIT.json --at SECONDS -o OUT.png\n"
-    "       quormedia export EDIT.json OUT\n";
+    "       quormedia frame EDIT.json|PROJECT --at SECONDS -o OUT.png\n"
+    "       quormedia export EDIT.json|PROJECT OUT\n"
+    "       quormedia save EDIT.json PROJECT\n";
 
 }  // namespace
 
@@ -42,6 +44,7 @@ int main(int argc, char** argv) {
         if (args[0] == "resources") return runResources(rest);
         if (args[0] == "frame") return runFrame(rest);
         if (args[0] == "export") return runExport(rest);
+        if (args[0] == "save") return runSave(rest);
         throw CommandError("unknown command \"" + args[0] + "\"\n" + kUsage, kExitBadInput);
     } catch (const CommandError& error) {
         std::fprintf(stderr, "quormedia: %s\n", error.what());

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "LabelFont.h"
+#include "SheetLabel.h"
 #include "codec/BitmapCodec.h"
 #include "effects/transitions/PSTransition.h"
 #include "effects/transitions/PSTransitionAssets.h"
@@ -30,8 +30,7 @@ constexpr int kColumns = 3;
 constexpr int kGap = 6;
 constexpr int kRowGap = 10;
 constexpr int kMargin = 12;
-constexpr int kLabelScale = 2;
-constexpr int kLabelHeight = LabelFont::kGlyphHeight * kLabelScale + 6;
+constexpr double kLabelFontSize = 14.0;
 constexpr uint8_t kBackground[4] = {36, 36, 40, 255};
 constexpr uint8_t kText[4] = {235, 235, 235, 255};
 
@@ -94,14 +93,15 @@ int main(int argc, char** argv) {
         return 1;
     }
 
+    const int labelHeight = SheetLabel::lineHeight(kLabelFontSize) + 4;
     const int cellWidth = options.cellWidth;
     const int cellHeight = cellWidth * 9 / 16;
     const int panels = names.size() > 12 ? 2 : 1;
     const int rowsPerPanel = int((names.size() + panels - 1) / panels);
     const int panelWidth = kColumns * cellWidth + (kColumns - 1) * kGap;
-    const int blockHeight = kLabelHeight + cellHeight + kRowGap;
+    const int blockHeight = labelHeight + cellHeight + kRowGap;
     const int sheetWidth = 2 * kMargin + panels * panelWidth + (panels - 1) * 3 * kMargin;
-    const int sheetHeight = 2 * kMargin + kLabelHeight + rowsPerPanel * blockHeight;
+    const int sheetHeight = 2 * kMargin + labelHeight + rowsPerPanel * blockHeight;
 
     std::vector<uint8_t> sheet(size_t(sheetWidth) * sheetHeight * 4);
     for (size_t i = 0; i < sheet.size(); i += 4) std::memcpy(&sheet[i], kBackground, 4);
@@ -118,16 +118,16 @@ int main(int argc, char** argv) {
         for (int column = 0; column < kColumns; ++column) {
             char header[16];
             std::snprintf(header, sizeof header, "%.2f", kPercents[column]);
-            LabelFont::draw(sheet, sheetWidth, sheetHeight, panelX + column * (cellWidth + kGap), kMargin, header,
-                            kLabelScale, kText);
+            SheetLabel::draw(sheet, sheetWidth, sheetHeight, panelX + column * (cellWidth + kGap), kMargin, header,
+                             kLabelFontSize, kText);
         }
     }
     for (size_t index = 0; index < names.size(); ++index) {
         const int panel = int(index) / rowsPerPanel;
         const int row = int(index) % rowsPerPanel;
         const int x = kMargin + panel * (panelWidth + 3 * kMargin);
-        const int y = kMargin + kLabelHeight + row * blockHeight;
-        LabelFont::draw(sheet, sheetWidth, sheetHeight, x, y, names[index], kLabelScale, kText);
+        const int y = kMargin + labelHeight + row * blockHeight;
+        SheetLabel::draw(sheet, sheetWidth, sheetHeight, x, y, names[index], kLabelFontSize, kText);
         const auto transition = PSTransition::transitionWithName(names[index]);
         for (int column = 0; column < kColumns; ++column) {
             const Image picture = transition->transitionImage(from, to, kPercents[column]);
@@ -137,7 +137,7 @@ int main(int argc, char** argv) {
                 std::fprintf(stderr, "transition_sheet: %s gave no picture\n", names[index].c_str());
                 return 1;
             }
-            place(sheet, sheetWidth, *cell, x + column * (cellWidth + kGap), y + kLabelHeight);
+            place(sheet, sheetWidth, *cell, x + column * (cellWidth + kGap), y + labelHeight);
         }
     }
 
