@@ -52,7 +52,6 @@ void QVOpenGLLayer::initializeGL() {
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, GL_LINEAR);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_CLAMP_TO_EDGE);
     glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_CLAMP_TO_EDGE);
-    connect(QOpenGLWidget::context(), &QOpenGLContext::aboutToBeDestroyed, this, [this] { releaseGL(); });
 }
 
 void QVOpenGLLayer::releaseGL() {
