@@ -5,6 +5,7 @@
 //   quormedia frame EDIT.json --at SECONDS -o OUT.png
 //                                                 write the project's picture at a time
 //   quormedia export EDIT.json OUT                export the project to a movie or sound file
+//   quormedia play EDIT.json                      play the project in a window, with sound
 //
 // The store lives under $XDG_DATA_HOME, the settings under $XDG_CONFIG_HOME. Exit codes: 0 done,
 // 1 the work failed, 2 bad input.
@@ -24,7 +25,8 @@ constexpr const char* kUsage =
     "usage: quormedia import FILE...\n"
     "       quormedia resources\n"
     "       quormedia frame EDIT.json --at SECONDS -o OUT.png\n"
-    "       quormedia export EDIT.json OUT\n";
+    "       quormedia export EDIT.json OUT\n"
+    "       quormedia play EDIT.json\n";
 
 }  // namespace
 
@@ -42,6 +44,7 @@ int main(int argc, char** argv) {
         if (args[0] == "resources") return runResources(rest);
         if (args[0] == "frame") return runFrame(rest);
         if (args[0] == "export") return runExport(rest);
+        if (args[0] == "play") return runPlay(rest);
         throw CommandError("unknown command \"" + args[0] + "\"\n" + kUsage, kExitBadInput);
     } catch (const CommandError& error) {
         std::fprintf(stderr, "quormedia: %s\n", error.what());
