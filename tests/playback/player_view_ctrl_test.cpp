@@ -120,7 +120,8 @@ TEST_F(PlayerViewCtrlTest, VideoLoopTimestampsFollowTheWallClockFromTheStart) {
     const auto before = Clock::now();
     ASSERT_TRUE(ctrl->play());
     const auto after = Clock::now();
-    ASSERT_TRUE(runUntil([&] { return playingRedraws() >= 8; }));
+    // Long enough that a clock that stood still would be far off by the last frames.
+    ASSERT_TRUE(runUntil([&] { return playingRedraws() >= 8 && Clock::now() - after > 800ms; }));
     ctrl->pause();
 
     ASSERT_GE(view.redraws.size(), 9u);
@@ -130,7 +131,7 @@ TEST_F(PlayerViewCtrlTest, VideoLoopTimestampsFollowTheWallClockFromTheStart) {
         // redraw back by a few milliseconds.
         const double shown = double(redraw.timestamp - sec(2)) / QVTimebase;
         EXPECT_LE(shown, seconds(redraw.when - before) + 1e-6);
-        EXPECT_GE(shown, seconds(redraw.when - after) - 0.1);
+        EXPECT_GE(shown, seconds(redraw.when - after) - 0.25);
     }
     EXPECT_FALSE(view.redraws.back().playing) << "pause redraws as stopped";
     EXPECT_FALSE(undoManager->canUndo()) << "the loop's timestamps are not undoable";
@@ -161,7 +162,8 @@ TEST_F(PlayerViewCtrlTest, SeekWhilePlayingReanchorsBothClocks) {
     EXPECT_TRUE(ctrl->isVideoSeek());
 
     const size_t redrawsBefore = view.redraws.size();
-    ASSERT_TRUE(runUntil([&] { return view.redraws.size() >= redrawsBefore + 3 && !ctrl->isAudioSeek(); }));
+    ASSERT_TRUE(
+        runUntil([&] { return view.redraws.size() >= redrawsBefore + 3 && ctrl->indexOfSampleStart() > 8 * 48000; }));
     const auto checkedAt = Clock::now();
     for (size_t i = redrawsBefore; i < view.redraws.size(); ++i) {
         const double shown = double(view.redraws[i].timestamp - sec(8)) / QVTimebase;
