@@ -13,6 +13,7 @@
 #include <string>
 
 #include "playback/views/QVOpenGLLayer.h"
+#include "playback/views/QVPlayerView.h"
 
 extern char** environ;
 
@@ -138,6 +139,36 @@ TEST_F(OpenGLLayerTest, PremultipliedPictureBlendsOverBlack) {
     EXPECT_NEAR(p[0], 128, 1);
     EXPECT_EQ(p[1], 0);
     EXPECT_EQ(p[2], 0);
+}
+
+// A delegate with a 40 x 30 source of one colour.
+class GreenSource : public QVPlayerViewDelegate {
+public:
+    Size QVPlayerViewSourceSize(QVPlayerViewInterface&) override { return {40, 30}; }
+    Image QVPlayerViewCurrentContent(QVPlayerViewInterface&) override {
+        return Image::imageWithColor({0, 1, 0, 1}).cropped({0, 0, 40, 30});
+    }
+};
+
+TEST_F(OpenGLLayerTest, CanvasViewShowsItsPictureThroughTheOpenGLLayer) {
+    QWidget window;
+    window.resize(160, 60);
+    auto* view = new QVPlayerView(&window, QVPlayerView::ContentLayer::OpenGL);
+    view->resize(160, 60);
+    ASSERT_EQ(view->metalLayer(), nullptr);
+    GreenSource source;
+    view->setDelegate(&source);
+    window.show();
+    view->reloadData();
+
+    QVOpenGLLayer* viewLayer = view->openGLLayer();
+    // A 4:3 picture in a 160 x 60 view: 80 x 60, centred.
+    EXPECT_EQ(viewLayer->geometry(), QRect(40, 0, 80, 60));
+    EXPECT_EQ(viewLayer->sourceRect(), (Rect{0, 0, 40, 30}));
+    const QImage frame = viewLayer->grabFramebuffer().convertToFormat(QImage::Format_RGBA8888);
+    ASSERT_EQ(frame.size(), QSize(80, 60));
+    const uchar* p = frame.constScanLine(30) + 40 * 4;
+    EXPECT_EQ((std::vector<int>{p[0], p[1], p[2], p[3]}), (std::vector<int>{0, 255, 0, 255}));
 }
 
 }  // namespace
