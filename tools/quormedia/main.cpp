@@ -6,6 +6,7 @@
 //                                                 write the project's picture at a time
 //   quormedia export EDIT.json|PROJECT OUT        export the project to a movie or sound file
 //   quormedia save EDIT.json PROJECT              save the edit file's project as a project file
+//   quormedia play EDIT.json|PROJECT              play the project in a window, with sound
 //
 // The store lives under $XDG_DATA_HOME, the settings under $XDG_CONFIG_HOME. Exit codes: 0 done,
 // 1 the work failed, 2 bad input.
@@ -26,7 +27,8 @@ constexpr const char* kUsage =
     "       quormedia resources\n"
     "       quormedia frame EDIT.json|PROJECT --at SECONDS -o OUT.png\n"
     "       quormedia export EDIT.json|PROJECT OUT\n"
-    "       quormedia save EDIT.json PROJECT\n";
+    "       quormedia save EDIT.json PROJECT\n"
+    "       quormedia play EDIT.json|PROJECT\n";
 
 }  // namespace
 
@@ -45,6 +47,7 @@ int main(int argc, char** argv) {
         if (args[0] == "frame") return runFrame(rest);
         if (args[0] == "export") return runExport(rest);
         if (args[0] == "save") return runSave(rest);
+        if (args[0] == "play") return runPlay(rest);
         throw CommandError("unknown command \"" + args[0] + "\"\n" + kUsage, kExitBadInput);
     } catch (const CommandError& error) {
         std::fprintf(stderr, "quormedia: %s\n", error.what());

@@ -1,0 +1,67 @@
+// `quormedia play` where no window can open, run as a child process.
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "support/TestEnvironment.h"
+
+namespace qm {
+namespace {
+
+struct CliRun {
+    int exitCode = -1;
+    std::string output;  // stdout and stderr together
+};
+
+// Runs the host with `arguments` (already quoted for the shell) after `environment` settings.
+CliRun quormedia(const std::string& environment, const std::string& arguments) {
+    const std::string command = "env " + environment + " " + QUORMEDIA_CLI + " " + arguments + " 2>&1";
+    CliRun run;
+    FILE* pipe = ::popen(command.c_str(), "r");
+    if (!pipe) return run;
+    char buffer[4096];
+    while (const size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) run.output.append(buffer, n);
+    const int status = ::pclose(pipe);
+    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    return run;
+}
+
+size_t lineCount(const std::string& text) {
+    size_t lines = 0;
+    for (char c : text) lines += c == '\n';
+    return lines;
+}
+
+class QuormediaPlayTest : public ::testing::Test {
+protected:
+    std::string edit() const {
+        std::ofstream(folders.file("edit.json")) << R"({"output": {"width": 160, "height": 120}, "tracks": []})";
+        return folders.file("edit.json");
+    }
+
+    test::PrivateUserDirectories folders{"quormedia_play_test"};
+};
+
+TEST_F(QuormediaPlayTest, WithoutADisplayItSaysSoInOneLine) {
+    const CliRun run = quormedia("-u DISPLAY -u WAYLAND_DISPLAY -u QT_QPA_PLATFORM", "play " + edit());
+    EXPECT_EQ(run.exitCode, 1) << run.output;
+    EXPECT_EQ(lineCount(run.output), 1u) << run.output;
+    EXPECT_NE(run.output.find("display"), std::string::npos) << run.output;
+}
+
+TEST_F(QuormediaPlayTest, BadArgumentsAreRefusedBeforeAnyWindow) {
+    const CliRun none = quormedia("QT_QPA_PLATFORM=offscreen", "play");
+    EXPECT_EQ(none.exitCode, 2) << none.output;
+    const CliRun two = quormedia("QT_QPA_PLATFORM=offscreen", "play " + edit() + " " + edit());
+    EXPECT_EQ(two.exitCode, 2) << two.output;
+    const CliRun missing = quormedia("QT_QPA_PLATFORM=offscreen", "play " + folders.file("nothing.json"));
+    EXPECT_EQ(missing.exitCode, 2) << missing.output;
+    EXPECT_EQ(lineCount(missing.output), 1u) << missing.output;
+}
+
+}  // namespace
+}  // namespace qm
