@@ -17,10 +17,6 @@
 
 extern char** environ;
 
-// Mesa's drivers are unloaded with allocations of theirs and D-Bus's still held, which the leak
-// checker cannot attribute; leaks of the engine are checked by every other test.
-extern "C" const char* __lsan_default_options() { return "detect_leaks=0"; }
-
 namespace qm {
 namespace {
 
