@@ -304,8 +304,8 @@ std::vector<uint8_t> KeyedArchiver::finishEncoding() {
     json archive = json::object();
     archive["$archiver"] = "NSKeyedArchiver";
     archive["$version"] = 100000;
-    archive[kTopKey] = _impl->frames.front();
-    archive[kObjectsKey] = _impl->objects;
+    archive[kTopKey] = std::move(_impl->frames.front());
+    archive[kObjectsKey] = std::move(_impl->objects);
     return json::to_cbor(archive);
 }
 

@@ -81,7 +81,8 @@ public:
 
     // True once an object could not be archived; finishEncoding then gives empty bytes.
     bool failed() const;
-    // The archive of everything encoded so far; empty bytes after a failure.
+    // The archive of everything encoded; empty bytes after a failure. Ends the archiver: the
+    // encoded tree moves into the bytes, so call it once, last.
     std::vector<uint8_t> finishEncoding();
 
 private:
