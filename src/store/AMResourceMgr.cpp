@@ -4,6 +4,7 @@
 
 #include "foundation/QMCommon.h"
 #include "platform/NotificationCenter.h"
+#include "store/SCRecordingRecovery.h"
 
 namespace qm {
 
@@ -44,6 +45,9 @@ AMResourceMgr::AMResourceMgr(std::shared_ptr<UserDefaults> defaults) : _defaults
     _iTunesResources = loadResourceWithKey(storageKeyOfType(AMResourceTypeITunes));
     _photosResources = loadResourceWithKey(storageKeyOfType(AMResourceTypePhotos));
     _recordingResources = loadResourceWithKey(storageKeyOfType(AMResourceTypeRecording));
+    SCRecordingRecovery::recoverOrphanedRecordings(
+        SCResourceStorage::pathOfResourceStoragePath(),
+        [this](std::shared_ptr<SCResource> resource) { addResource(resource, AMResourceTypeRecording); });
 }
 
 std::shared_ptr<SCResourceStorage> AMResourceMgr::storage() const {

@@ -29,7 +29,8 @@ inline constexpr const char* AMResourcesChanged = "com.quorvia.resourcechanged";
 // "AMPhotosResourceData", "AMRecordingResourceData") in one SCResourceStorage, and that storage
 // (its path and key table) is kept in the user defaults under "AMResMgrStorageData". Every change
 // is written at once. Lists are loaded when the manager is made; damaged or foreign data under a
-// key reads as an empty list.
+// key reads as an empty list. Then recordings that a dead process left unfinished are recovered
+// into the recording list (see SCRecordingRecovery).
 //
 // Callable from any thread (import adds from its background thread); the lists are guarded by a
 // lock, and the notification always arrives later, on the main queue.
