@@ -139,9 +139,9 @@ PrivateSoundServer::PrivateSoundServer(int sineFrequency) {
     const std::map<std::string, std::string> environment{{"XDG_RUNTIME_DIR", _directory.path()},
                                                          {"HOME", _directory.path()}};
     _server = std::make_unique<ChildProcess>(
-        std::vector<std::string>{"pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "-L",
-                                 "module-native-protocol-unix", "-L", "module-null-sink sink_name=nullsink", "-L",
-                                 "module-always-sink"},
+        std::vector<std::string>{
+            "pulseaudio", "-n", "--daemonize=no", "--exit-idle-time=-1", "-L", "module-native-protocol-unix", "-L",
+            "module-null-sink sink_name=nullsink rate=48000 format=float32le", "-L", "module-always-sink"},
         environment);
     _address = "unix:" + _directory.path() + "/pulse/native";
     const std::map<std::string, std::string> client{{"PULSE_SERVER", _address}, {"HOME", _directory.path()}};
@@ -150,11 +150,11 @@ PrivateSoundServer::PrivateSoundServer(int sineFrequency) {
         if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("PulseAudio did not start");
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    const std::string module = "frequency=" + std::to_string(sineFrequency);
-    if (runProgram({"pactl", "load-module", "module-sine-source", "source_name=mic", "rate=48000", module}, client) !=
-            0 ||
-        runProgram({"pactl", "set-default-source", "mic"}, client) != 0) {
-        throw std::runtime_error("no sine source");
+    // The tone plays into the null sink, whose monitor paces it in real time as a microphone would.
+    const std::string frequency = "frequency=" + std::to_string(sineFrequency);
+    if (runProgram({"pactl", "load-module", "module-sine", "sink=nullsink", frequency}, client) != 0 ||
+        runProgram({"pactl", "set-default-source", "nullsink.monitor"}, client) != 0) {
+        throw std::runtime_error("no tone");
     }
     _environment.set("PULSE_SERVER", _address);
 }

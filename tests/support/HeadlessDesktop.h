@@ -64,9 +64,9 @@ private:
     ScopedEnvironment _environment;
 };
 
-// A PulseAudio daemon in the foreground on a private socket, with a null sink and a sine source
-// "mic" as the default source; PULSE_SERVER points at it while the object lives. Throws when the
-// server does not come up.
+// A PulseAudio daemon in the foreground on a private socket, playing a sine tone into a null sink
+// (48 kHz float stereo) whose monitor is the default source; PULSE_SERVER points at it while the
+// object lives. Throws when the server does not come up.
 class PrivateSoundServer {
 public:
     explicit PrivateSoundServer(int sineFrequency);

@@ -71,6 +71,19 @@ std::shared_ptr<ScreenInput> ScreenInput::createWithDisplayID(std::string displa
     return std::shared_ptr<ScreenInput>(new ScreenInput(std::move(displayID)));
 }
 
+std::optional<std::pair<int32_t, int32_t>> ScreenInput::pixelSizeOfDisplay(const std::string& displayID) {
+    const auto bounds = X11ScreenGrabber::screenBounds(displayID);
+    if (!bounds) return std::nullopt;
+    return std::pair{bounds->width, bounds->height};
+}
+
+bool ScreenInput::canCaptureDisplay(const std::string& displayID) {
+    auto grabber = X11ScreenGrabber::create(displayID, PixelRect{0, 0, 100, 100}, nullptr);
+    auto picture = createPixelBufferWithType(grabber ? grabber->area().width : 1, grabber ? grabber->area().height : 1,
+                                             kCVPixelFormatType_32BGRA);
+    return grabber && grabber->grab(*picture);
+}
+
 std::unique_ptr<CaptureStream> ScreenInput::startVideo(const CaptureVideoSettings& settings,
                                                        CaptureVideoHandler handler, CaptureError* error) {
     if (settings.pixelFormatType != 0 && settings.pixelFormatType != kCVPixelFormatType_32BGRA) {

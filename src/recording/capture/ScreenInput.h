@@ -1,7 +1,9 @@
 #pragma once
 
 #include <memory>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/Geometry.h"
 #include "recording/capture/CaptureInput.h"
@@ -15,6 +17,10 @@ public:
     // The display named by $DISPLAY.
     static std::string mainDisplayID();
     static std::shared_ptr<ScreenInput> createWithDisplayID(std::string displayID);
+    // The display's width and height in pixels; nothing when it does not open.
+    static std::optional<std::pair<int32_t, int32_t>> pixelSizeOfDisplay(const std::string& displayID);
+    // True when a picture of the display's top-left corner can be taken.
+    static bool canCaptureDisplay(const std::string& displayID);
 
     const std::string& displayID() const { return _displayID; }
     // In display pixels from the top-left corner; the zero rectangle records the whole display.
