@@ -156,6 +156,12 @@ PrivateSoundServer::PrivateSoundServer(int sineFrequency) {
         runProgram({"pactl", "set-default-source", "nullsink.monitor"}, client) != 0) {
         throw std::runtime_error("no tone");
     }
+    // The null sink renders in blocks of up to 2 s until a client asks for low latency; a
+    // listener that always does keeps the monitor as prompt as a microphone. Its first big block
+    // must pass before the server is ready.
+    _listener = std::make_unique<ChildProcess>(
+        std::vector<std::string>{"parec", "--latency-msec=10", "-d", "nullsink.monitor"}, client);
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     _environment.set("PULSE_SERVER", _address);
 }
 

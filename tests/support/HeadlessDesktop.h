@@ -81,6 +81,7 @@ public:
 private:
     TemporaryDirectory _directory{"quormedia-pulse"};
     std::unique_ptr<ChildProcess> _server;
+    std::unique_ptr<ChildProcess> _listener;
     std::string _address;
     ScopedEnvironment _environment;
 };
