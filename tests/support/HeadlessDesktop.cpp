@@ -40,23 +40,25 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
 }  // namespace
 
 ChildProcess::ChildProcess(const std::vector<std::string>& arguments,
-                           const std::map<std::string, std::string>& environment, int keepDescriptor) {
+                           const std::map<std::string, std::string>& environment, int keepDescriptor,
+                           const std::string& outputFile) {
     std::vector<std::string> argumentTexts = arguments;
     std::vector<std::string> environmentTexts = environmentWith(environment);
     auto argv = pointersTo(argumentTexts);
     auto envp = pointersTo(environmentTexts);
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
-    const int devNull = open("/dev/null", O_WRONLY | O_CLOEXEC);
-    posix_spawn_file_actions_adddup2(&actions, devNull, STDOUT_FILENO);
-    posix_spawn_file_actions_adddup2(&actions, devNull, STDERR_FILENO);
+    const int output = outputFile.empty() ? open("/dev/null", O_WRONLY | O_CLOEXEC)
+                                          : open(outputFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    posix_spawn_file_actions_adddup2(&actions, output, STDOUT_FILENO);
+    posix_spawn_file_actions_adddup2(&actions, output, STDERR_FILENO);
     // The kept descriptor becomes 3 in the child; a copy above 3 first, since dup2 onto itself
     // would leave close-on-exec set.
     const int kept = keepDescriptor >= 0 ? fcntl(keepDescriptor, F_DUPFD_CLOEXEC, 10) : -1;
     if (kept >= 0) posix_spawn_file_actions_adddup2(&actions, kept, 3);
     const int result = posix_spawnp(&_pid, argv[0], &actions, nullptr, argv.data(), envp.data());
     posix_spawn_file_actions_destroy(&actions);
-    close(devNull);
+    close(output);
     if (kept >= 0) close(kept);
     if (result != 0) throw std::runtime_error("cannot start " + arguments[0]);
 }

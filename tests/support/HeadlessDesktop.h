@@ -19,9 +19,10 @@ namespace qm::test {
 // object goes (SIGTERM, then SIGKILL if it lingers).
 class ChildProcess {
 public:
-    // `keepDescriptor`, when not -1, stays open in the child. Throws when the program cannot start.
+    // `keepDescriptor`, when not -1, stays open in the child as descriptor 3. Standard output and
+    // error go to `outputFile`, or nowhere when it is empty. Throws when the program cannot start.
     ChildProcess(const std::vector<std::string>& arguments, const std::map<std::string, std::string>& environment = {},
-                 int keepDescriptor = -1);
+                 int keepDescriptor = -1, const std::string& outputFile = {});
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;

@@ -11,6 +11,7 @@ int runImport(const std::vector<std::string>& args);
 int runResources(const std::vector<std::string>& args);
 int runFrame(const std::vector<std::string>& args);
 int runExport(const std::vector<std::string>& args);
+int runRecord(const std::vector<std::string>& args);
 
 // FFmpeg's own messages go through QMLog, warnings and above only.
 void quietenMediaLibraries();

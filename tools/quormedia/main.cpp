@@ -24,7 +24,8 @@ constexpr const char* kUsage =
     "usage: quormedia import FILE...\n"
     "       quormedia resources\n"
     "       quormedia frame EDIT.json --at SECONDS -o OUT.png\n"
-    "       quormedia export EDIT.json OUT\n";
+    "       quormedia export EDIT.json OUT\n"
+    "       quormedia record --screen|--camera|--audio [--rect X,Y,W,H] [--seconds N] [--software-camera]\n";
 
 }  // namespace
 
@@ -42,6 +43,7 @@ int main(int argc, char** argv) {
         if (args[0] == "resources") return runResources(rest);
         if (args[0] == "frame") return runFrame(rest);
         if (args[0] == "export") return runExport(rest);
+        if (args[0] == "record") return runRecord(rest);
         throw CommandError("unknown command \"" + args[0] + "\"\n" + kUsage, kExitBadInput);
     } catch (const CommandError& error) {
         std::fprintf(stderr, "quormedia: %s\n", error.what());
