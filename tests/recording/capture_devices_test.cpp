@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
+#include <optional>
 
 #include "CaptureCollector.h"
 #include "recording/capture/CaptureClock.h"
@@ -88,6 +90,39 @@ TEST_F(MicrophoneTest, CaptureGivesTheToneInContiguousStampedBlocks) {
     EXPECT_GT(buffers.front()->presentationTime().value, before.value - kCaptureClockTimescale / 2);
     EXPECT_NEAR(frequencyOf(samples, 2, 48000), 440.0, 3.0);
     EXPECT_GT(*std::max_element(samples.begin(), samples.end()), 0.1f);
+}
+
+TEST(MicrophoneToneStartTest, SoundIsStampedWithTheTimeItWasHeard) {
+    test::PrivateSoundServer server{std::nullopt};
+    auto microphone = CaptureDevice::defaultDeviceWithMediaType(CaptureMediaType::audio);
+    ASSERT_NE(microphone, nullptr);
+    auto session = CaptureSession::create();
+    auto output = CaptureAudioDataOutput::create();
+    output->setAudioSettings({0x6C70636D, 48000, 2, 32, true, false});
+    auto collector = std::make_shared<test::CaptureCollector>();
+    startCapture(session, CaptureDeviceInput::deviceInputWithDevice(microphone, nullptr), output, collector);
+    ASSERT_TRUE(collector->waitForAudio(10));
+    const CMTime before = captureClockNow();
+    server.playTone(440);
+    const CMTime after = captureClockNow();
+    ASSERT_TRUE(collector->waitForAudio(collector->audio().size() + 20));
+    session->stopRunning();
+
+    std::optional<int64_t> heard;
+    for (const auto& buffer : collector->audio()) {
+        const auto* samples = reinterpret_cast<const float*>(buffer->bytes().data());
+        for (int64_t frame = 0; frame < buffer->sampleCount() && !heard; ++frame) {
+            if (std::abs(samples[frame * 2]) > 0.05f) {
+                heard = buffer->presentationTime().value + frame * kCaptureClockTimescale / 48000;
+            }
+        }
+        if (heard) break;
+    }
+    ASSERT_TRUE(heard);
+    // The tone began while pactl loaded it; it is heard then, give or take the server's 10 ms blocks.
+    const int64_t slack = kCaptureClockTimescale / 10;
+    EXPECT_GT(*heard, before.value - slack / 5);
+    EXPECT_LT(*heard, after.value + slack);
 }
 
 TEST(MicrophoneWithoutServerTest, NoServerGivesNoDeviceAndNoPermission) {

@@ -118,9 +118,9 @@ TEST_F(RecordTaskTest, ScreenRecordingHoldsTheDisplayTheCursorAndTheToneInStep) 
     EXPECT_EQ(video->height(), 240);
     const double videoSeconds = seconds(video->duration());
     EXPECT_NEAR(videoSeconds, 2.0, 0.5);
-    // 30 pictures a second; a loaded machine may lose a few, never gain any.
+    // 30 pictures a second: never more, and a loaded machine loses only some.
     EXPECT_LE(video->numberOfFrames(), std::lround(videoSeconds * 30) + 1);
-    EXPECT_GE(video->numberOfFrames(), std::lround(videoSeconds * 30 * 0.8));
+    EXPECT_GE(video->numberOfFrames(), std::lround(videoSeconds * 30 * 0.5));
 
     const auto picture = video->cgImageAtTimestamp(video->duration() / 2);
     ASSERT_NE(picture, nullptr);

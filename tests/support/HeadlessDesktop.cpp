@@ -137,7 +137,7 @@ void PrivateDisplay::warpPointer(int x, int y) {
     std::free(xcb_get_input_focus_reply(_connection, xcb_get_input_focus(_connection), nullptr));
 }
 
-PrivateSoundServer::PrivateSoundServer(int sineFrequency) {
+PrivateSoundServer::PrivateSoundServer(std::optional<int> sineFrequency) {
     const std::map<std::string, std::string> environment{{"XDG_RUNTIME_DIR", _directory.path()},
                                                          {"HOME", _directory.path()}};
     _server = std::make_unique<ChildProcess>(
@@ -146,25 +146,30 @@ PrivateSoundServer::PrivateSoundServer(int sineFrequency) {
             "module-null-sink sink_name=nullsink rate=48000 format=float32le", "-L", "module-always-sink"},
         environment);
     _address = "unix:" + _directory.path() + "/pulse/native";
-    const std::map<std::string, std::string> client{{"PULSE_SERVER", _address}, {"HOME", _directory.path()}};
+    _clientEnvironment = {{"PULSE_SERVER", _address}, {"HOME", _directory.path()}};
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(15);
-    while (runProgram({"pactl", "info"}, client) != 0) {
+    while (runProgram({"pactl", "info"}, _clientEnvironment) != 0) {
         if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("PulseAudio did not start");
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
     }
-    // The tone plays into the null sink, whose monitor paces it in real time as a microphone would.
-    const std::string frequency = "frequency=" + std::to_string(sineFrequency);
-    if (runProgram({"pactl", "load-module", "module-sine", "sink=nullsink", frequency}, client) != 0 ||
-        runProgram({"pactl", "set-default-source", "nullsink.monitor"}, client) != 0) {
-        throw std::runtime_error("no tone");
+    if (runProgram({"pactl", "set-default-source", "nullsink.monitor"}, _clientEnvironment) != 0) {
+        throw std::runtime_error("no monitor source");
     }
+    if (sineFrequency) playTone(*sineFrequency);
     // The null sink renders in blocks of up to 2 s until a client asks for low latency; a
     // listener that always does keeps the monitor as prompt as a microphone. Its first big block
     // must pass before the server is ready.
     _listener = std::make_unique<ChildProcess>(
-        std::vector<std::string>{"parec", "--latency-msec=10", "-d", "nullsink.monitor"}, client);
+        std::vector<std::string>{"parec", "--latency-msec=10", "-d", "nullsink.monitor"}, _clientEnvironment);
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     _environment.set("PULSE_SERVER", _address);
+}
+
+void PrivateSoundServer::playTone(int frequency) {
+    const std::string argument = "frequency=" + std::to_string(frequency);
+    if (runProgram({"pactl", "load-module", "module-sine", "sink=nullsink", argument}, _clientEnvironment) != 0) {
+        throw std::runtime_error("no tone");
+    }
 }
 
 PrivateSoundServer::~PrivateSoundServer() = default;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -65,12 +66,15 @@ private:
     ScopedEnvironment _environment;
 };
 
-// A PulseAudio daemon in the foreground on a private socket, playing a sine tone into a null sink
-// (48 kHz float stereo) whose monitor is the default source; PULSE_SERVER points at it while the
-// object lives. Throws when the server does not come up.
+// A PulseAudio daemon in the foreground on a private socket with a null sink (48 kHz float stereo)
+// whose monitor is the default source, silent until a tone plays into it; PULSE_SERVER points at
+// it while the object lives. Throws when the server does not come up.
 class PrivateSoundServer {
 public:
-    explicit PrivateSoundServer(int sineFrequency);
+    // With a frequency, a sine tone of it plays from the start.
+    explicit PrivateSoundServer(std::optional<int> sineFrequency);
+    // Starts a sine tone; returns when the server has loaded it.
+    void playTone(int frequency);
     ~PrivateSoundServer();
     PrivateSoundServer(const PrivateSoundServer&) = delete;
     PrivateSoundServer& operator=(const PrivateSoundServer&) = delete;
@@ -84,6 +88,7 @@ private:
     std::unique_ptr<ChildProcess> _server;
     std::unique_ptr<ChildProcess> _listener;
     std::string _address;
+    std::map<std::string, std::string> _clientEnvironment;
     ScopedEnvironment _environment;
 };
 

@@ -4,7 +4,6 @@
 #include <pulse/simple.h>
 
 #include <atomic>
-#include <functional>
 #include <thread>
 
 #include "recording/capture/CaptureClock.h"
@@ -78,33 +77,33 @@ private:
     bool _ready = false;
 };
 
-std::optional<AudioStreamBasicDescription> descriptionOfSampleSpec(const pa_sample_spec& spec) {
-    switch (spec.format) {
+std::optional<AudioStreamBasicDescription> descriptionOfSampleSpec(const pa_sample_spec& sampleSpec) {
+    switch (sampleSpec.format) {
         case PA_SAMPLE_FLOAT32LE:
-            return linearPCMDescription(spec.rate, spec.channels, 32, true);
+            return linearPCMDescription(sampleSpec.rate, sampleSpec.channels, 32, true);
         case PA_SAMPLE_S16LE:
-            return linearPCMDescription(spec.rate, spec.channels, 16, false);
+            return linearPCMDescription(sampleSpec.rate, sampleSpec.channels, 16, false);
         case PA_SAMPLE_S32LE:
-            return linearPCMDescription(spec.rate, spec.channels, 32, false);
+            return linearPCMDescription(sampleSpec.rate, sampleSpec.channels, 32, false);
         default:
             return std::nullopt;
     }
 }
 
 std::optional<pa_sample_spec> sampleSpecOfDescription(const AudioStreamBasicDescription& description) {
-    pa_sample_spec spec{};
-    spec.rate = static_cast<uint32_t>(description.mSampleRate);
-    spec.channels = static_cast<uint8_t>(description.mChannelsPerFrame);
+    pa_sample_spec sampleSpec{};
+    sampleSpec.rate = static_cast<uint32_t>(description.mSampleRate);
+    sampleSpec.channels = static_cast<uint8_t>(description.mChannelsPerFrame);
     if (description.mFormatFlags & kAudioFormatFlagIsFloat && description.mBitsPerChannel == 32) {
-        spec.format = PA_SAMPLE_FLOAT32LE;
+        sampleSpec.format = PA_SAMPLE_FLOAT32LE;
     } else if (description.mBitsPerChannel == 16) {
-        spec.format = PA_SAMPLE_S16LE;
+        sampleSpec.format = PA_SAMPLE_S16LE;
     } else if (description.mBitsPerChannel == 32) {
-        spec.format = PA_SAMPLE_S32LE;
+        sampleSpec.format = PA_SAMPLE_S32LE;
     } else {
         return std::nullopt;
     }
-    return pa_sample_spec_valid(&spec) ? std::optional(spec) : std::nullopt;
+    return pa_sample_spec_valid(&sampleSpec) ? std::optional(sampleSpec) : std::nullopt;
 }
 
 // Reads a source on its own thread and stamps every block with the capture clock at the time its
@@ -190,11 +189,11 @@ std::unique_ptr<CaptureStream> PulseMicrophone::startAudio(const std::optional<C
         description = linearPCMDescription(settings->sampleRate, settings->numberOfChannels, settings->bitDepth,
                                            settings->isFloat);
     }
-    const auto spec = sampleSpecOfDescription(description);
+    const auto sampleSpec = sampleSpecOfDescription(description);
     const uint32_t tag =
         description.mChannelsPerFrame == 1 ? kAudioChannelLayoutTag_Mono : kAudioChannelLayoutTag_Stereo;
     auto format = AudioFormatDescription::create(description, tag);
-    if (!spec || !format) {
+    if (!sampleSpec || !format) {
         if (error) error->description = "The microphone cannot deliver the asked format.";
         return nullptr;
     }
@@ -202,8 +201,8 @@ std::unique_ptr<CaptureStream> PulseMicrophone::startAudio(const std::optional<C
     attributes.maxlength = static_cast<uint32_t>(-1);
     attributes.fragsize = static_cast<uint32_t>(kFramesPerBuffer * description.mBytesPerFrame);
     int code = 0;
-    pa_simple* connection = pa_simple_new(nullptr, "quormedia", PA_STREAM_RECORD, uniqueID().c_str(), "record", &*spec,
-                                          nullptr, &attributes, &code);
+    pa_simple* connection = pa_simple_new(nullptr, "quormedia", PA_STREAM_RECORD, uniqueID().c_str(), "record",
+                                          &*sampleSpec, nullptr, &attributes, &code);
     if (!connection) {
         if (error) error->description = std::string("The sound server refused the recording: ") + pa_strerror(code);
         return nullptr;

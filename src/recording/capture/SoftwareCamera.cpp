@@ -7,7 +7,7 @@ namespace qm {
 
 namespace {
 
-// White, yellow, cyan, green, magenta, red, blue, black in full-range BT.601.
+// Y, Cb, Cr of white, yellow, cyan, green, magenta, red, blue and black.
 constexpr uint8_t kBars[SoftwareCamera::kBarCount][3] = {
     {255, 128, 128}, {226, 0, 149}, {179, 171, 0},  {150, 44, 21},
     {105, 212, 235}, {76, 85, 255}, {29, 255, 107}, {0, 128, 128},

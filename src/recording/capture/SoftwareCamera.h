@@ -22,7 +22,7 @@ public:
     std::unique_ptr<CaptureStream> startVideo(CaptureVideoHandler handler, CaptureError* error) override;
 
 private:
-    SoftwareCamera(std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats)
+    explicit SoftwareCamera(std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats)
         : CaptureDevice("software-camera", "Software Camera", CaptureMediaType::video, std::move(formats)) {}
 };
 
