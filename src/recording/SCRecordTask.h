@@ -100,6 +100,14 @@ public:
     void setCurrentABSD(const AudioStreamBasicDescription& description);
     static CaptureAudioSettings dictionSettingsWithABSD(const AudioStreamBasicDescription& description);
 
+    // Makes the first 48 kHz format of 32-bit float or integer samples active, else the first of
+    // 16-bit integers, and asks the microphone for it; with neither, logs a warning and changes
+    // nothing.
+    void configureAudioDevice(CaptureDevice& device);
+    // Makes active the last format that has a rate range reaching the configured frame rate, at
+    // the fastest rate of the first such range.
+    void configureVideoDevice(CaptureDevice& device);
+
     void captureOutput(CaptureOutput& output, const std::shared_ptr<VideoSampleBuffer>& sampleBuffer,
                        CaptureConnection& connection) override;
     void captureOutput(CaptureOutput& output, const std::shared_ptr<MediaSampleBuffer>& sampleBuffer,
@@ -121,8 +129,6 @@ private:
     std::shared_ptr<DispatchQueue> queue(std::shared_ptr<DispatchQueue>& slot);
 
     std::shared_ptr<CaptureDeviceInput> configureCaptureDeviceInputWithType(CaptureMediaType type);
-    void configureAudioDevice(CaptureDevice& device);
-    void configureVideoDevice(CaptureDevice& device);
     void configureScreenInput(ScreenInput& input);
     bool prepareRecordSessionWithAudioInput(const std::shared_ptr<CaptureInput>& audioInput,
                                             const std::shared_ptr<CaptureInput>& videoInput);

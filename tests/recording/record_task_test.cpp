@@ -254,5 +254,76 @@ TEST(RecordTaskSettingsTest, AudioSettingsFollowTheDescriptionButStayLinearPCM) 
     EXPECT_EQ(fallback.mBitsPerChannel, 32u);
 }
 
+// A device with a fixed list of formats.
+class ListedDevice : public CaptureDevice {
+public:
+    ListedDevice(CaptureMediaType type, std::vector<std::shared_ptr<const CaptureDeviceFormat>> formats)
+        : CaptureDevice("listed", "Listed", type, std::move(formats)) {}
+};
+
+std::shared_ptr<const CaptureDeviceFormat> pcm(double rate, uint32_t bits, uint32_t flags) {
+    AudioStreamBasicDescription description;
+    description.mSampleRate = rate;
+    description.mFormatID = 0x6C70636D;
+    description.mFormatFlags = flags;
+    description.mChannelsPerFrame = 2;
+    description.mBitsPerChannel = bits;
+    description.mBytesPerFrame = bits / 4;
+    return CaptureDeviceFormat::createAudio(description);
+}
+
+std::shared_ptr<const CaptureDeviceFormat> video(int32_t width, std::vector<double> fastestRates) {
+    std::vector<CaptureFrameRateRange> ranges;
+    for (double rate : fastestRates) {
+        ranges.push_back({1, rate, CMTime::make(1000, static_cast<int32_t>(rate * 1000)), CMTime::make(1, 1)});
+    }
+    return CaptureDeviceFormat::createVideo(width, width * 9 / 16, kCVPixelFormatType_422YpCbCr8_yuvs, ranges);
+}
+
+TEST(RecordTaskDeviceFormatTest, AudioTakesTheFirst32BitThenThe16BitFormatAt48kHz) {
+    constexpr uint32_t packed = kAudioFormatFlagIsPacked;
+    constexpr uint32_t signedInteger = kAudioFormatFlagIsSignedInteger;
+    constexpr uint32_t floating = kAudioFormatFlagIsFloat;
+    auto task = SCRecordTask::createWithRecordType(SCRecordTypeAudio, nullptr);
+    ListedDevice mixed(
+        CaptureMediaType::audio,
+        {pcm(44100, 32, packed | floating), pcm(48000, 16, packed | signedInteger), pcm(48000, 32, floating),
+         pcm(48000, 32, packed | signedInteger), pcm(48000, 32, packed | floating)});
+    task->configureAudioDevice(mixed);
+    EXPECT_EQ(mixed.activeFormat(), mixed.formats()[3]);
+    EXPECT_EQ(task->currentABSD().mFormatFlags, packed | signedInteger);
+
+    ListedDevice integers(CaptureMediaType::audio,
+                          {pcm(48000, 16, signedInteger), pcm(48000, 16, packed | signedInteger)});
+    task->configureAudioDevice(integers);
+    EXPECT_EQ(integers.activeFormat(), integers.formats()[1]);
+    EXPECT_EQ(task->currentABSD().mBitsPerChannel, 16u);
+
+    auto fresh = SCRecordTask::createWithRecordType(SCRecordTypeAudio, nullptr);
+    ListedDevice elsewhere(CaptureMediaType::audio,
+                           {pcm(44100, 32, packed | floating), pcm(44100, 16, packed | signedInteger)});
+    LogCapture log;
+    fresh->configureAudioDevice(elsewhere);
+    EXPECT_EQ(log.count("Warning: Only support s16, s32, float sample format."), 1u);
+    EXPECT_EQ(elsewhere.activeFormat(), elsewhere.formats()[0]);
+    EXPECT_EQ(fresh->currentABSD().mSampleRate, 48000.0);
+    EXPECT_EQ(fresh->currentABSD().mFormatFlags, 9u);
+}
+
+TEST(RecordTaskDeviceFormatTest, VideoTakesTheLastFormatWhoseRangeReachesTheFrameRate) {
+    test::PrivateUserDirectories directories("quormedia-video-format");
+    auto task = SCRecordTask::createWithRecordType(SCRecordTypeCamera, nullptr);
+    ListedDevice camera(CaptureMediaType::video,
+                        {video(640, {30}), video(1280, {15, 60, 30}), video(1920, {24}), video(320, {10})});
+    task->configureVideoDevice(camera);
+    EXPECT_EQ(camera.activeFormat(), camera.formats()[1]);
+    EXPECT_EQ(camera.activeVideoMinFrameDuration().timescale, 60000);
+    EXPECT_EQ(camera.activeVideoMaxFrameDuration().timescale, 60000);
+
+    ListedDevice slow(CaptureMediaType::video, {video(640, {15}), video(1280, {20})});
+    task->configureVideoDevice(slow);
+    EXPECT_EQ(slow.activeFormat(), slow.formats()[0]);
+}
+
 }  // namespace
 }  // namespace qm
