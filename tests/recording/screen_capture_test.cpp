@@ -130,6 +130,24 @@ TEST_F(ScreenCaptureTest, CursorIsDrawnInOnlyWhenAskedFor) {
     EXPECT_GT(changed, 10);
 }
 
+TEST_F(ScreenCaptureTest, ARingMarksThePointerWhileTheButtonIsDown) {
+    auto input = screen();
+    input->setCapturesMouseClicks(true);
+    input->setCropRect(Rect{{0, 200}, {60, 40}});
+    const Bgr ring{0x1F, 0xD2, 0xFF};
+    const int ringX = 30 + CursorOverlay::kClickRingRadius - 1;
+
+    display->setLeftButtonDown(true);
+    const auto pressed = capture(input, 1);
+    display->setLeftButtonDown(false);
+    EXPECT_EQ(bgrAt(*pressed.front()->imageBuffer(), ringX, 20), ring);
+    EXPECT_EQ(bgrAt(*pressed.front()->imageBuffer(), 30, 20), kGray);
+
+    collector = std::make_shared<test::CaptureCollector>();
+    const auto released = capture(input, 1);
+    EXPECT_EQ(bgrAt(*released.front()->imageBuffer(), ringX, 20), kGray);
+}
+
 TEST(ScreenCaptureFailureTest, NoDisplayGivesNoCaptureAndTheReason) {
     auto input = ScreenInput::createWithDisplayID(":987");
     CaptureError error;

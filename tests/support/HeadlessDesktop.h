@@ -57,6 +57,8 @@ public:
     void fillRectangle(int x, int y, int width, int height, uint32_t rgb);
     // Moves the pointer to (x, y) of the screen.
     void warpPointer(int x, int y);
+    // Presses or releases the left mouse button where the pointer is, through XTEST.
+    void setLeftButtonDown(bool down);
 
 private:
     std::unique_ptr<ChildProcess> _server;
