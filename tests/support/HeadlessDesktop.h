@@ -28,7 +28,6 @@ public:
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    pid_t pid() const { return _pid; }
     // Waits for the exit; the exit status, or -1 when it did not end in time or died of a signal.
     int waitForExit(std::chrono::milliseconds timeout);
     // Sends a signal to the child.
@@ -52,7 +51,6 @@ public:
     PrivateDisplay& operator=(const PrivateDisplay&) = delete;
 
     const std::string& name() const { return _name; }
-    pid_t pid() const { return _server->pid(); }
     // Fills a rectangle of the root window with 0xRRGGBB and waits until the server has done it.
     void fillRectangle(int x, int y, int width, int height, uint32_t rgb);
     // Moves the pointer to (x, y) of the screen.
@@ -80,10 +78,6 @@ public:
     ~PrivateSoundServer();
     PrivateSoundServer(const PrivateSoundServer&) = delete;
     PrivateSoundServer& operator=(const PrivateSoundServer&) = delete;
-
-    // "unix:<socket>".
-    const std::string& address() const { return _address; }
-    pid_t pid() const { return _server->pid(); }
 
 private:
     TemporaryDirectory _directory{"quormedia-pulse"};
