@@ -14,6 +14,7 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <memory>
 #include <stdexcept>
@@ -59,8 +60,9 @@ double threadCpuSeconds() {
 // A program started by this benchmark and ended by its pid.
 class Child {
 public:
+    // Standard error goes to `errorFile`.
     Child(std::vector<std::string> arguments, const std::map<std::string, std::string>& environment,
-          int keepDescriptor = -1) {
+          int keepDescriptor = -1, const std::string& errorFile = "/dev/null") {
         std::vector<std::string> variables;
         for (char** entry = environ; *entry; ++entry) {
             const std::string text = *entry;
@@ -75,7 +77,8 @@ public:
         posix_spawn_file_actions_t actions;
         posix_spawn_file_actions_init(&actions);
         posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
+        posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, errorFile.c_str(), O_WRONLY | O_CREAT | O_TRUNC,
+                                         0600);
         const int kept = keepDescriptor >= 0 ? fcntl(keepDescriptor, F_DUPFD_CLOEXEC, 10) : -1;
         if (kept >= 0) posix_spawn_file_actions_adddup2(&actions, kept, 3);
         const int failed = posix_spawnp(&_pid, argv[0], &actions, nullptr, argv.data(), envp.data());
@@ -265,33 +268,40 @@ int main() {
     std::printf("  picture-to-sound offset at the end: %.1f ms (one frame is %.1f ms)\n",
                 (audioSeconds - videoSeconds) * 1000, 1000.0 / kFrameRate);
 
-    // Passthrough keeps ffmpeg from repeating a late frame with the same time, which its MJPEG
-    // encoder refuses; 4:2:0 is what our encoder writes.
-    const double ffmpeg = Child({"ffmpeg",
-                                 "-f",
-                                 "x11grab",
-                                 "-framerate",
-                                 std::to_string(kFrameRate),
-                                 "-video_size",
-                                 std::to_string(kWidth) + "x" + std::to_string(kHeight),
-                                 "-i",
-                                 display,
-                                 "-t",
-                                 std::to_string(static_cast<int>(kSeconds)),
-                                 "-c:v",
-                                 "mjpeg",
-                                 "-pix_fmt",
-                                 "yuvj420p",
-                                 "-fps_mode",
-                                 "passthrough",
-                                 "-f",
-                                 "null",
-                                 "-"},
-                                {})
-                              .finish();
+    // Variable frame rate drops a frame that would share its time with the one before, which
+    // ffmpeg's MJPEG encoder refuses; 4:2:0 is what our encoder writes.
+    const std::string ffmpegLog = folders.file("ffmpeg.log");
+    const std::vector<std::string> ffmpegArguments{"ffmpeg",
+                                                   "-nostdin",
+                                                   "-f",
+                                                   "x11grab",
+                                                   "-framerate",
+                                                   std::to_string(kFrameRate),
+                                                   "-video_size",
+                                                   std::to_string(kWidth) + "x" + std::to_string(kHeight),
+                                                   "-i",
+                                                   display,
+                                                   "-t",
+                                                   std::to_string(static_cast<int>(kSeconds)),
+                                                   "-c:v",
+                                                   "mjpeg",
+                                                   "-pix_fmt",
+                                                   "yuvj420p",
+                                                   "-fps_mode",
+                                                   "vfr",
+                                                   "-f",
+                                                   "null",
+                                                   "-"};
+    const double ffmpeg = Child(ffmpegArguments, {}, -1, ffmpegLog).finish();
     std::printf("  load average: %s\n", qm::bench::loadAverage().c_str());
     if (ffmpeg < 0) {
-        std::printf("  ffmpeg x11grab failed\n");
+        // The reason stands on the line before ffmpeg's closing "Conversion failed!".
+        std::ifstream log(ffmpegLog);
+        std::string reason;
+        for (std::string line, previous; std::getline(log, line); previous = line) {
+            if (line.rfind("Conversion failed!", 0) == 0) reason = previous;
+        }
+        std::printf("  ffmpeg x11grab failed: %s\n", reason.c_str());
         return 1;
     }
     std::printf("  CPU for %gs: ours %.2f s, ffmpeg x11grab + mjpeg %.2f s, ours / ffmpeg %.2f\n", kSeconds, ours,
