@@ -428,8 +428,10 @@ private:
                 _changed.wait(lock);
                 continue;
             }
-            if (_entries.front().due > Clock::now()) {
-                _changed.wait_until(lock, _entries.front().due);
+            // A copy: scheduling during the wait may move the entries.
+            const Clock::time_point due = _entries.front().due;
+            if (due > Clock::now()) {
+                _changed.wait_until(lock, due);
                 continue;
             }
             std::pop_heap(_entries.begin(), _entries.end(), later);

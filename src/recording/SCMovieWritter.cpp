@@ -3,11 +3,11 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <string_view>
 #include <utility>
 
 #include "codec/QVAudioFrame2.h"
 #include "foundation/QMCommon.h"
+#include "foundation/QVSampleDescription.h"
 #include "image/RenderContext.h"
 #include "platform/Log.h"
 #include "store/SCRecordingJournal.h"
@@ -15,11 +15,6 @@
 namespace qm {
 
 namespace {
-
-// FFmpeg's packed sample formats that a capture delivers.
-constexpr int32_t kSampleFormatS16 = 1;
-constexpr int32_t kSampleFormatS32 = 2;
-constexpr int32_t kSampleFormatFLT = 3;
 
 // Status code of a sample buffer that cannot be made for an image buffer.
 constexpr int kSampleBufferInvalidMediaFormat = -12743;
@@ -63,11 +58,18 @@ SCMovieWritter::SCMovieWritter(std::weak_ptr<SCMovieWritterDelegate> delegate,
                                std::shared_ptr<DispatchQueue> callbackQueue, CMTime frameDuration)
     : _callbackQueue(std::move(callbackQueue)), _delegate(std::move(delegate)), _frameDuration(frameDuration) {}
 
-SCMovieWritter::~SCMovieWritter() = default;
+SCMovieWritter::~SCMovieWritter() {
+    if (_journalTickerStop) _journalTickerStop->signal();
+}
 
 SCMovieWritter::Status SCMovieWritter::status() const {
     std::lock_guard lock(_mutex);
     return _status;
+}
+
+AffineTransform SCMovieWritter::videoTrackTransform() const {
+    std::lock_guard lock(_mutex);
+    return _videoTrackTransform;
 }
 
 DispatchQueue& SCMovieWritter::writingQueue() {
@@ -180,22 +182,36 @@ void SCMovieWritter::startJournal() {
     }
     _journal = SCRecordingJournal::createInDirectory(SCResourceStorage::pathOfResourceStoragePath(), header,
                                                      _videoStorage, _audioStorage);
-    if (_journal) scheduleJournalSync();
+    if (_journal) startJournalTicker();
 }
 
-void SCMovieWritter::scheduleJournalSync() {
-    writingQueue().after(SCRecordingJournal::syncInterval, [weakSelf = weak_from_this()] {
-        const auto self = weakSelf.lock();
-        if (!self || !self->_journal) return;
-        const Status current = self->status();
-        if (current != StatusWriting && current != StatusFinishing) return;
-        if (!self->_journal->syncIfDue()) {
-            std::lock_guard lock(self->_mutex);
-            self->transitionToStatus(StatusFailed, nullptr);
-            return;
+void SCMovieWritter::startJournalTicker() {
+    auto stop = std::make_shared<DispatchSemaphore>(0);
+    _journalTickerStop = stop;
+    DispatchQueue::global(DispatchQueue::Priority::Background).async([weakSelf = weak_from_this(), stop] {
+        while (!stop->wait(SCRecordingJournal::syncInterval)) {
+            const auto self = weakSelf.lock();
+            if (!self) return;
+            self->writingQueue().async([self] { self->syncJournal(); });
         }
-        self->scheduleJournalSync();
     });
+}
+
+void SCMovieWritter::syncJournal() {
+    if (!_journal) return;
+    const Status current = status();
+    if (current != StatusWriting && current != StatusFinishing) return;
+    if (!_journal->syncIfDue()) {
+        std::lock_guard lock(_mutex);
+        transitionToStatus(StatusFailed, nullptr);
+    }
+}
+
+void SCMovieWritter::closeJournal() {
+    if (_journalTickerStop) _journalTickerStop->signal();
+    _journalTickerStop.reset();
+    if (_journal) _journal->remove();
+    _journal.reset();
 }
 
 void SCMovieWritter::finishRecording() {
@@ -222,8 +238,7 @@ void SCMovieWritter::finishOnWritingQueue() {
     }
     if (_videoStorage) _videoStorage->flushCacheBuffer();
     if (_audioStorage) _audioStorage->flushCacheBuffer();
-    if (_journal) _journal->remove();
-    _journal.reset();
+    closeJournal();
     std::lock_guard lock(_mutex);
     transitionToStatus(StatusFinished, nullptr);
 }
@@ -370,10 +385,10 @@ int32_t SCMovieWritter::sampleFormatFromDescription(const AudioStreamBasicDescri
     const uint32_t flags = description->mFormatFlags;
     switch (description->mBitsPerChannel) {
         case 16:
-            return (flags & 12) == 12 ? kSampleFormatS16 : -1;
+            return (flags & 12) == 12 ? QVSampleFormatS16 : -1;
         case 32:
-            if ((flags & 9) == 9) return kSampleFormatFLT;
-            return (flags & 12) == 12 ? kSampleFormatS32 : -1;
+            if ((flags & 9) == 9) return QVSampleFormatFLT;
+            return (flags & 12) == 12 ? QVSampleFormatS32 : -1;
         default:
             return -1;
     }
@@ -416,8 +431,7 @@ void SCMovieWritter::teardownAssetWriterAndInputs(bool keep) {
             if (self->_videoStorage) self->_videoStorage->cleanCache();
             if (self->_audioStorage) self->_audioStorage->cleanCache();
         }
-        if (self->_journal) self->_journal->remove();
-        self->_journal.reset();
+        self->closeJournal();
         self->_videoStorage.reset();
         self->_audioStorage.reset();
         self->_videoBlocks.clear();

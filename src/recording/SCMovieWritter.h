@@ -41,8 +41,8 @@ public:
 
     // The storages are ready and samples are accepted.
     virtual void SCMovieWritterDidFinishPreparing(SCMovieWritter& writer) {}
-    // The recording failed; its cache files are deleted. The error is nothing when a sample could
-    // not be written.
+    // The recording failed; its cache files are deleted. The error is cannotSetupInputError() when
+    // a cache file could not be made, and nothing when a sample could not be written.
     virtual void SCMovieWritterDidFailWithError(SCMovieWritter& writer, std::shared_ptr<const SCError> error) {}
     // The recording is complete; the resource holds its audio, its video or both.
     virtual void SCMovieWritterDidFinishWritting(SCMovieWritter& writer, std::shared_ptr<SCResource> resource) {}
@@ -79,8 +79,8 @@ public:
     // Provisional duration of the last frame when the owner gives none: 1/30 s.
     static CMTime defaultFrameDuration() { return CMTime::make(1, 30); }
 
-    // A writer in StatusIdle. `frameDuration` is the capture's frame duration (the recorder's
-    // configured frame rate), given to each new frame until the next one arrives.
+    // A writer in StatusIdle; the delegate is not retained. `frameDuration` is the capture's frame duration (the
+    // recorder's configured frame rate), given to each new frame until the next one arrives.
     static std::shared_ptr<SCMovieWritter> createWithDelegate(std::weak_ptr<SCMovieWritterDelegate> delegate,
                                                               std::shared_ptr<DispatchQueue> callbackQueue,
                                                               CMTime frameDuration = defaultFrameDuration());
@@ -89,9 +89,10 @@ public:
     SCMovieWritter& operator=(const SCMovieWritter&) = delete;
 
     Status status() const;
-    const AffineTransform& videoTrackTransform() const { return _videoTrackTransform; }
+    // Identity until a video track is added.
+    AffineTransform videoTrackTransform() const;
 
-    // Only in StatusIdle, and once per kind; see the log texts in the source.
+    // Only in StatusIdle and once per kind; otherwise refused with a log line, the first track kept.
     void addVideoTrackWithSourceFormatDescription(std::shared_ptr<const VideoFormatDescription> formatDescription,
                                                   const AffineTransform& transform,
                                                   const SCMovieWritterSettings& settings);
@@ -109,14 +110,15 @@ public:
     // Wraps the picture in a sample buffer with that time and no duration.
     void appendVideoPixelBuffer(std::shared_ptr<const PixelBuffer> pixelBuffer, CMTime presentationTime);
 
-    // Logs the time in the diagnostic form "<type>, Value: ..., Scale: ..., flag: ..., epon: ...".
+    // Logs the time in the diagnostic form "<type>, Value: ..., Scale: ..., flag: ..., epon: ...",
+    // with flag 1 for a valid time and epoch 0.
     static void logCurrentTime(CMTime time, const std::string& type);
 
     // Format of a stream description as a QVAudioFrame2 sample format: S16, S32 or FLT; -1 for
     // anything else, and for nothing.
     static int32_t sampleFormatFromDescription(const AudioStreamBasicDescription* description);
 
-    // "Recording cannot be started": not raised by this writer, kept for its owner.
+    // "Recording cannot be started": the preparing failed because a cache file could not be made.
     static std::shared_ptr<const SCError> cannotSetupInputError();
 
 private:
@@ -140,7 +142,11 @@ private:
     std::shared_ptr<SCAudioResource> makeAudioResource();
     std::shared_ptr<SCVideoResource> makeVideoResource();
     void startJournal();
-    void scheduleJournalSync();
+    // Syncs the journal at least once a second while samples are accepted, also when none arrive.
+    void startJournalTicker();
+    void syncJournal();
+    // Stops the ticker and deletes the journal.
+    void closeJournal();
     const QVJPEGEncoderHW& jpegEncoder();
 
     std::once_flag _writingQueueOnce;
@@ -158,6 +164,7 @@ private:
     std::shared_ptr<SCResourceStorage> _videoStorage;
     std::shared_ptr<SCResourceStorage> _audioStorage;
     std::shared_ptr<SCRecordingJournal> _journal;
+    std::shared_ptr<DispatchSemaphore> _journalTickerStop;
 
     // Guarded by _mutex.
     mutable std::recursive_mutex _mutex;

@@ -154,6 +154,25 @@ TEST(DispatchAfter, FiresInDeadlineOrderOnTheTargetQueue) {
     EXPECT_TRUE(onQueue.wait(kHang));
 }
 
+TEST(DispatchAfter, SchedulingWhileTheTimerWaitsKeepsEveryDeadline) {
+    // The timer thread sleeps towards the earliest deadline while other threads keep adding
+    // timers, which grows (and moves) its list under it.
+    auto queue = DispatchQueue::createSerial();
+    std::atomic<int> fired{0};
+    queue->after(200ms, [&] { ++fired; });
+    std::vector<std::thread> schedulers;
+    for (int t = 0; t < 4; ++t) {
+        schedulers.emplace_back([&] {
+            for (int i = 0; i < 200; ++i) queue->after(std::chrono::milliseconds(1 + i % 50), [&] { ++fired; });
+        });
+    }
+    for (auto& thread : schedulers) thread.join();
+    DispatchSemaphore done(0);
+    queue->after(250ms, [&] { done.signal(); });
+    ASSERT_TRUE(done.wait(kHang));
+    EXPECT_EQ(fired.load(), 801);
+}
+
 TEST(MainQueue, WorkRunsOnlyWhenTheMainThreadDrains) {
     MainLoop::drain();
     ASSERT_TRUE(MainLoop::isMainThread());
