@@ -1,8 +1,6 @@
 #include "recording/SCRecordTask.h"
 
 #include <cmath>
-#include <condition_variable>
-#include <thread>
 
 #include "codec/QVTimebase.h"
 #include "platform/Log.h"
@@ -22,42 +20,26 @@ int32_t roundedUpToEven(double size) { return static_cast<int32_t>(std::ceil(siz
 
 }  // namespace
 
-// Queues a task on the main queue every interval until invalidated. It keeps its own thread
-// rather than chaining DispatchQueue::after, whose timer thread the movie writer also uses.
-class SCRecordTask::RepeatingTimer {
+// Calls a task on the main queue every interval until invalidated; used on the main queue only.
+class SCRecordTask::RepeatingTimer : public std::enable_shared_from_this<RepeatingTimer> {
 public:
     RepeatingTimer(std::chrono::milliseconds interval, std::function<void()> tick)
-        : _interval(interval), _tick(std::move(tick)) {
-        _thread = std::thread([this] { run(); });
-    }
-    ~RepeatingTimer() { invalidate(); }
+        : _interval(interval), _tick(std::move(tick)) {}
 
-    void invalidate() {
-        {
-            std::lock_guard lock(_mutex);
-            if (!_valid) return;
-            _valid = false;
-        }
-        _changed.notify_all();
-        _thread.join();
+    void schedule() {
+        DispatchQueue::main().after(_interval, [weak = weak_from_this()] {
+            auto timer = weak.lock();
+            if (!timer || !timer->_valid) return;
+            timer->_tick();
+            timer->schedule();
+        });
     }
+    void invalidate() { _valid = false; }
 
 private:
-    void run() {
-        auto due = std::chrono::steady_clock::now() + _interval;
-        std::unique_lock lock(_mutex);
-        while (!_changed.wait_until(lock, due, [this] { return !_valid; })) {
-            DispatchQueue::main().async(_tick);
-            due += _interval;
-        }
-    }
-
     std::chrono::milliseconds _interval;
     std::function<void()> _tick;
-    std::mutex _mutex;
-    std::condition_variable _changed;
     bool _valid = true;
-    std::thread _thread;
 };
 
 void SCRecordTask::checkDisplayAuthorizationStatusWithCompleteHandler(std::function<void(bool)> handler) {
@@ -443,6 +425,7 @@ void SCRecordTask::SCMovieWritterDidFinishPreparing(SCMovieWritter&) {
         self->_timer = std::make_shared<RepeatingTimer>(std::chrono::milliseconds(500), [weak] {
             if (auto task = weak.lock()) task->updateRecordTime();
         });
+        self->_timer->schedule();
         if (self->_delegate) self->_delegate->SCRecordTaskStart(*self);
     });
 }

@@ -2,13 +2,11 @@
 
 #include <cmath>
 #include <cstring>
-#include <thread>
 
 #include "codec/QVTimebase.h"
 #include "platform/Log.h"
 #include "recording/SCRecordTask.h"
 #include "store/SCAudioResource.h"
-#include "store/SCRecordingJournal.h"
 #include "store/SCVideoResource.h"
 #include "support/HeadlessDesktop.h"
 #include "support/TestEnvironment.h"
@@ -87,12 +85,6 @@ protected:
         delete sound;
         delete display;
         delete directories;
-    }
-
-    // DispatchQueue::after reads a moved heap entry when a second timer is queued while it waits
-    // for the first; let the finished writer's journal timer fire before the next test starts one.
-    void TearDown() override {
-        std::this_thread::sleep_for(SCRecordingJournal::syncInterval + std::chrono::milliseconds(300));
     }
 
     static test::PrivateUserDirectories* directories;

@@ -160,7 +160,14 @@ TEST_F(RecordCliTest, MissingDisplayDeviceOrServerIsOneLineAndFailure) {
 
 TEST_F(RecordCliTest, RecordingKilledMidwayIsRecoveredAtTheNextStart) {
     auto child = start({"record", "--screen"});
-    std::this_thread::sleep_for(std::chrono::seconds(3));
+    // Three seconds and a half of recording, counted from the elapsed time the host prints; the
+    // journal is synced once a second, so up to a second of it may be lost.
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+    while (readFile(outputFile()).find("recording 00:00:01.0") == std::string::npos &&
+           std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     child->signal(SIGKILL);
     child->waitForExit(std::chrono::seconds(10));
 
