@@ -13,6 +13,7 @@ int runFrame(const std::vector<std::string>& args);
 int runExport(const std::vector<std::string>& args);
 int runSave(const std::vector<std::string>& args);
 int runPlay(const std::vector<std::string>& args);
+int runRecord(const std::vector<std::string>& args);
 
 // FFmpeg's own messages go through QMLog, warnings and above only.
 void quietenMediaLibraries();

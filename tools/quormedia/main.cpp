@@ -7,6 +7,8 @@
 //   quormedia export EDIT.json|PROJECT OUT        export the project to a movie or sound file
 //   quormedia save EDIT.json PROJECT              save the edit file's project as a project file
 //   quormedia play EDIT.json|PROJECT              play the project in a window, with sound
+//   quormedia record --screen|--camera|--audio [--rect X,Y,W,H] [--seconds N]
+//                                                 record the display, a camera or the microphone
 //
 // The store lives under $XDG_DATA_HOME, the settings under $XDG_CONFIG_HOME. Exit codes: 0 done,
 // 1 the work failed, 2 bad input.
@@ -28,7 +30,8 @@ constexpr const char* kUsage =
     "       quormedia frame EDIT.json|PROJECT --at SECONDS -o OUT.png\n"
     "       quormedia export EDIT.json|PROJECT OUT\n"
     "       quormedia save EDIT.json PROJECT\n"
-    "       quormedia play EDIT.json|PROJECT\n";
+    "       quormedia play EDIT.json|PROJECT\n"
+    "       quormedia record --screen|--camera|--audio [--rect X,Y,W,H] [--seconds N] [--software-camera]\n";
 
 }  // namespace
 
@@ -48,6 +51,7 @@ int main(int argc, char** argv) {
         if (args[0] == "export") return runExport(rest);
         if (args[0] == "save") return runSave(rest);
         if (args[0] == "play") return runPlay(rest);
+        if (args[0] == "record") return runRecord(rest);
         throw CommandError("unknown command \"" + args[0] + "\"\n" + kUsage, kExitBadInput);
     } catch (const CommandError& error) {
         std::fprintf(stderr, "quormedia: %s\n", error.what());
