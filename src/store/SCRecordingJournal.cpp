@@ -4,9 +4,11 @@
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <zlib.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iterator>
@@ -15,7 +17,6 @@
 
 #include "platform/KeyedArchiver.h"
 #include "platform/Log.h"
-#include "platform/Md5.h"
 #include "platform/UUID.h"
 
 namespace qm {
@@ -48,8 +49,12 @@ uint32_t getUInt32(const uint8_t* bytes) {
            static_cast<uint32_t>(bytes[2]) << 16 | static_cast<uint32_t>(bytes[3]) << 24;
 }
 
+// The CRC-32 of the payload in hexadecimal digits.
 std::string checksumOf(std::span<const uint8_t> payload) {
-    return md5Hex(payload.data(), payload.size()).substr(0, kChecksumLength);
+    const uLong crc = crc32(crc32(0L, Z_NULL, 0), payload.data(), static_cast<uInt>(payload.size()));
+    char text[kChecksumLength + 1];
+    std::snprintf(text, sizeof text, "%08lX", crc & 0xffffffffUL);
+    return std::string(text, kChecksumLength);
 }
 
 std::vector<uint8_t> blockPayload(uint8_t kind, uint64_t offset, uint64_t length, int64_t start, int64_t extent) {

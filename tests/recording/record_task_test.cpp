@@ -5,7 +5,6 @@
 
 #include "codec/QVTimebase.h"
 #include "platform/Log.h"
-#include "platform/Md5.h"
 #include "recording/SCRecordTask.h"
 #include "store/SCAudioResource.h"
 #include "store/SCVideoResource.h"
@@ -73,9 +72,6 @@ double seconds(int64_t units) { return static_cast<double>(units) / QVTimebase; 
 class RecordTaskTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        // OpenSSL sets itself up on the thread that first hashes; on the main thread its state
-        // outlives the writer's queue threads, which may still be ending when the process exits.
-        md5Hex(nullptr, 0);
         directories = new test::PrivateUserDirectories("quormedia-record");
         display = new test::PrivateDisplay(320, 240);
         display->fillRectangle(0, 0, 320, 240, 0x000000);

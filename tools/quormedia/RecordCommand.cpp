@@ -15,7 +15,6 @@
 #include "codec/QVTimebase.h"
 #include "foundation/QMCommon.h"
 #include "platform/Dispatch.h"
-#include "platform/Md5.h"
 #include "recording/SCRecordTask.h"
 #include "store/AMResourceMgr.h"
 
@@ -154,10 +153,6 @@ int runRecord(const std::vector<std::string>& args) {
     // The store starts before recording, so that what an earlier killed recording left is
     // recovered now and not mistaken for this one.
     auto& manager = AMResourceMgr::resourceMgr();
-    // OpenSSL sets itself up on the thread that first hashes (the writer's journal does); here
-    // that is the main thread, whose state lasts until exit, rather than a queue thread that may
-    // still be ending when the host exits.
-    md5Hex(nullptr, 0);
 
     auto progress = std::make_shared<RecordProgress>();
     auto task = SCRecordTask::createWithRecordType(options.type, progress);
