@@ -14,10 +14,10 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
+#include "BenchMedia.h"
 #include "BenchSupport.h"
 #include "codec/BitmapCodec.h"
 #include "codec/QVTimebase.h"
@@ -50,25 +50,6 @@ constexpr int kRandomFrames = 20;
 constexpr double kWarmTargetFps = 30;
 constexpr double kColdTargetMs = 16;
 
-// A frame with camera-like detail, so that its JPEG has a realistic size: smooth gradients that
-// drift, a moving box and a fine texture.
-std::shared_ptr<const Bitmap> cameraFrame(int index, int seed) {
-    std::vector<uint8_t> rgba(static_cast<size_t>(kWidth) * kHeight * 4);
-    std::minstd_rand noise(static_cast<unsigned>(seed * 7919 + index));
-    for (int y = 0; y < kHeight; ++y) {
-        uint8_t* row = rgba.data() + static_cast<size_t>(y) * kWidth * 4;
-        for (int x = 0; x < kWidth; ++x) {
-            const bool box = std::abs(x - (300 + index * 9)) < 220 && std::abs(y - (400 + seed * 200)) < 160;
-            const int grain = static_cast<int>(noise() % 12);
-            row[x * 4 + 0] = box ? 230 : static_cast<uint8_t>((x / 9 + index * 2 + seed * 60 + grain) & 255);
-            row[x * 4 + 1] = box ? 190 : static_cast<uint8_t>((y / 5 + index + grain) & 255);
-            row[x * 4 + 2] = box ? 50 : static_cast<uint8_t>((((x ^ y) >> 4) * 5 + grain) & 255);
-            row[x * 4 + 3] = 255;
-        }
-    }
-    return Bitmap::createWithOpaquePixels(kWidth, kHeight, std::move(rgba));
-}
-
 // The frames of a stored clip as JPEG blocks in one storage, as import leaves them.
 struct StoredFrames {
     std::shared_ptr<SCResourceStorage> storage;
@@ -80,7 +61,7 @@ StoredFrames storeFrames(int seed) {
     StoredFrames stored{SCResourceStorage::create(), {}, 0};
     uint64_t offset = 0;
     for (int k = 0; k < kClipFrames; ++k) {
-        const auto jpeg = SCResource::encodeCGImage(cameraFrame(k, seed));
+        const auto jpeg = SCResource::encodeCGImage(bench::cameraFrame(kWidth, kHeight, k, seed, 9));
         stored.storage->appendData(jpeg);
         stored.blocks.push_back(
             SCVideoBlock::createWithOffset(offset, jpeg.size(), k * kFrameDuration, kFrameDuration));

@@ -12,10 +12,10 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
-#include <numbers>
 #include <string>
 #include <vector>
 
+#include "BenchMedia.h"
 #include "BenchSupport.h"
 #include "codec/QVAudioFrame2.h"
 #include "codec/QVTimebase.h"
@@ -35,39 +35,12 @@ constexpr int64_t kSourceRate = 48000;
 constexpr int64_t kBlock = 1024;
 constexpr int64_t kClipSeconds = 10;
 
-// A stored stereo S16 sine of kClipSeconds at kSourceRate, in blocks of 1024 samples.
-std::shared_ptr<SCResource> storedSine(double frequency) {
-    auto storage = SCResourceStorage::create();
-    std::vector<std::shared_ptr<SCAudioBlock>> blocks;
-    uint64_t offset = 0;
-    const int64_t total = kClipSeconds * kSourceRate;
-    for (int64_t start = 0; start < total; start += kBlock) {
-        std::vector<int16_t> samples;
-        for (int64_t i = start; i < start + kBlock; ++i) {
-            const double value = 0.3 * std::sin(2.0 * std::numbers::pi * frequency * static_cast<double>(i) /
-                                                static_cast<double>(kSourceRate));
-            samples.push_back(static_cast<int16_t>(value * 32767.0));
-            samples.push_back(static_cast<int16_t>(-value * 32767.0));
-        }
-        const auto frame = QVAudioFrame2::create(QVSampleFormatS16, 2, kSourceRate, kBlock,
-                                                 reinterpret_cast<const uint8_t*>(samples.data()));
-        const auto bytes = SCResource::encodeAudioFrame(frame);
-        storage->appendData(bytes);
-        blocks.push_back(SCAudioBlock::createWithOffset(offset, bytes.size(), start, kBlock));
-        offset += bytes.size();
-    }
-    storage->flushCacheBuffer();
-    return SCResource::createWithAudio(
-        SCAudioResource::createWithDataStorage(storage, std::move(blocks), kSourceRate, 2, QVSampleFormatS16, 0),
-        nullptr);
-}
-
 // Eight tracks of clips end to end over `minutes`, each track over a resource of its own, with
 // fades so that every clip's edges are faded.
 std::shared_ptr<QVProject> projectOfMinutes(int64_t minutes) {
     static const std::vector<std::shared_ptr<SCResource>> resources = [] {
         std::vector<std::shared_ptr<SCResource>> made;
-        for (int t = 0; t < kTracks; ++t) made.push_back(storedSine(220.0 * (t + 1)));
+        for (int t = 0; t < kTracks; ++t) made.push_back(bench::storedSine(220.0 * (t + 1), 0.3, kSourceRate, kClipSeconds));
         return made;
     }();
     auto project = QVProject::create();

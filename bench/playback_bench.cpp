@@ -11,10 +11,9 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
-#include <numbers>
-#include <random>
 #include <vector>
 
+#include "BenchMedia.h"
 #include "BenchSupport.h"
 #include "codec/QVAudioFrame2.h"
 #include "codec/QVTimebase.h"
@@ -46,27 +45,8 @@ constexpr int kOverlapFrames = 3 * kFps;
 constexpr int kDistinctFrames = 24;
 constexpr int kAudioTracks = 8;
 constexpr int64_t kSampleRate = 48000;
-constexpr int64_t kAudioBlock = 1024;
 constexpr int64_t kAudioSeconds = 32;
 constexpr double kPlaySeconds = 30;
-
-// A frame with camera-like detail: drifting gradients, a moving box and grain.
-std::shared_ptr<const Bitmap> cameraFrame(int index, int seed) {
-    std::vector<uint8_t> rgba(static_cast<size_t>(kWidth) * kHeight * 4);
-    std::minstd_rand noise(static_cast<unsigned>(seed * 7919 + index));
-    for (int y = 0; y < kHeight; ++y) {
-        uint8_t* row = rgba.data() + static_cast<size_t>(y) * kWidth * 4;
-        for (int x = 0; x < kWidth; ++x) {
-            const bool box = std::abs(x - (300 + index * 40)) < 220 && std::abs(y - (400 + seed * 200)) < 160;
-            const int grain = static_cast<int>(noise() % 12);
-            row[x * 4 + 0] = box ? 230 : static_cast<uint8_t>((x / 9 + index * 2 + seed * 60 + grain) & 255);
-            row[x * 4 + 1] = box ? 190 : static_cast<uint8_t>((y / 5 + index + grain) & 255);
-            row[x * 4 + 2] = box ? 50 : static_cast<uint8_t>((((x ^ y) >> 4) * 5 + grain) & 255);
-            row[x * 4 + 3] = 255;
-        }
-    }
-    return Bitmap::createWithOpaquePixels(kWidth, kHeight, std::move(rgba));
-}
 
 // A stored 1080p clip of kClipFrames JPEG frames, as import leaves it.
 std::shared_ptr<SCResource> storedMovie(int seed) {
@@ -74,7 +54,7 @@ std::shared_ptr<SCResource> storedMovie(int seed) {
     std::vector<std::pair<uint64_t, uint64_t>> pictures;
     uint64_t offset = 0;
     for (int k = 0; k < kDistinctFrames; ++k) {
-        const auto jpeg = SCResource::encodeCGImage(cameraFrame(k, seed));
+        const auto jpeg = SCResource::encodeCGImage(bench::cameraFrame(kWidth, kHeight, k, seed, 40));
         storage->appendData(jpeg);
         pictures.emplace_back(offset, jpeg.size());
         offset += jpeg.size();
@@ -88,31 +68,6 @@ std::shared_ptr<SCResource> storedMovie(int seed) {
     return SCResource::createWithIdentifierAudioVideo(
         "playback-bench-" + std::to_string(seed), nullptr,
         SCVideoResource::createWithStorage(storage, std::move(blocks), kWidth, kHeight));
-}
-
-// A stored stereo S16 sine of kAudioSeconds, in blocks of 1024 samples.
-std::shared_ptr<SCResource> storedSine(double frequency) {
-    auto storage = SCResourceStorage::create();
-    std::vector<std::shared_ptr<SCAudioBlock>> blocks;
-    uint64_t offset = 0;
-    for (int64_t start = 0; start < kAudioSeconds * kSampleRate; start += kAudioBlock) {
-        std::vector<int16_t> samples;
-        for (int64_t i = start; i < start + kAudioBlock; ++i) {
-            const double value = 0.1 * std::sin(2.0 * std::numbers::pi * frequency * double(i) / double(kSampleRate));
-            samples.push_back(static_cast<int16_t>(value * 32767.0));
-            samples.push_back(static_cast<int16_t>(-value * 32767.0));
-        }
-        const auto frame = QVAudioFrame2::create(QVSampleFormatS16, 2, kSampleRate, kAudioBlock,
-                                                 reinterpret_cast<const uint8_t*>(samples.data()));
-        const auto bytes = SCResource::encodeAudioFrame(frame);
-        storage->appendData(bytes);
-        blocks.push_back(SCAudioBlock::createWithOffset(offset, bytes.size(), start, kAudioBlock));
-        offset += bytes.size();
-    }
-    storage->flushCacheBuffer();
-    return SCResource::createWithAudio(
-        SCAudioResource::createWithDataStorage(storage, std::move(blocks), kSampleRate, 2, QVSampleFormatS16, 0),
-        nullptr);
 }
 
 std::shared_ptr<QVProject> makeProject() {
@@ -135,7 +90,7 @@ std::shared_ptr<QVProject> makeProject() {
     for (int t = 0; t < kAudioTracks; ++t) {
         auto track = QVTrack::createWithProject(project);
         project->addTracksObject(track);
-        auto clip = QVMediaClip::createWithResource(storedSine(220.0 * (t + 1)));
+        auto clip = QVMediaClip::createWithResource(bench::storedSine(220.0 * (t + 1), 0.1, kSampleRate, kAudioSeconds));
         clip->setFadeIn(true);
         clip->setFadeOut(true);
         clip->setDurationOfFadeIn(QVTimebase / 2);

@@ -3,8 +3,9 @@
 namespace qm {
 
 SCCacheFilePool& SCCacheFilePool::shared() {
-    static SCCacheFilePool pool(defaultCapacity);
-    return pool;
+    // Never destroyed: queue threads may still be closing files while the process exits.
+    static SCCacheFilePool* pool = new SCCacheFilePool(defaultCapacity);
+    return *pool;
 }
 
 SCCacheFilePool::SCCacheFilePool(size_t capacity) : _capacity(capacity > 0 ? capacity : 1) {}
