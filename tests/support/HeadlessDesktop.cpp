@@ -4,11 +4,10 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 #include <xcb/xcb.h>
-#include <xcb/xcbext.h>
+#include <xcb/xtest.h>
 
 #include <cstdlib>
 #include <cstring>
@@ -140,34 +139,8 @@ void PrivateDisplay::warpPointer(int x, int y) {
 }
 
 void PrivateDisplay::setLeftButtonDown(bool down) {
-    // The XTEST FakeInput request, sent raw: its client library is not among the build's packages.
-    struct FakeInput {
-        uint8_t major = 0;
-        uint8_t minor = 0;
-        uint16_t length = 0;
-        uint8_t type = 0;
-        uint8_t detail = 1;
-        uint16_t unused0 = 0;
-        uint32_t time = 0;
-        uint32_t root = 0;
-        uint32_t unused1[2] = {};
-        int16_t rootX = 0;
-        int16_t rootY = 0;
-        uint8_t unused2[7] = {};
-        uint8_t deviceID = 0;
-    } request;
-    static_assert(sizeof(FakeInput) == 36);
-    constexpr uint8_t buttonPress = 4;
-    constexpr uint8_t buttonRelease = 5;
-    constexpr uint8_t fakeInputOpcode = 2;
-    static xcb_extension_t xtest = {"XTEST", 0};
-    request.type = down ? buttonPress : buttonRelease;
-    request.root = _root;
-    iovec parts[3] = {};
-    parts[2].iov_base = &request;
-    parts[2].iov_len = sizeof request;
-    const xcb_protocol_request_t protocol{1, &xtest, fakeInputOpcode, 1};
-    xcb_send_request(_connection, 0, &parts[2], &protocol);
+    xcb_test_fake_input(_connection, down ? XCB_BUTTON_PRESS : XCB_BUTTON_RELEASE, 1, XCB_CURRENT_TIME, _root, 0, 0,
+                        0);
     std::free(xcb_get_input_focus_reply(_connection, xcb_get_input_focus(_connection), nullptr));
 }
 
