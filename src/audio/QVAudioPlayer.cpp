@@ -40,7 +40,7 @@ SDL_AudioFormat sdlFormatOf(const AudioStreamBasicDescription& format) {
     const bool packed = flags & kAudioFormatFlagIsPacked;
     const bool bigEndian = flags & kAudioFormatFlagIsBigEndian;
     const bool nativeOrder = bigEndian == (SDL_BYTEORDER == SDL_BIG_ENDIAN);
-    if (format.mFormatID != kQVAudioPlayerFormatLinearPCM || !packed || !nativeOrder) return 0;
+    if (format.mFormatID != kAudioFormatLinearPCM || !packed || !nativeOrder) return 0;
     if (format.mSampleRate < 1 || format.mSampleRate > 384000) return 0;
     if (format.mChannelsPerFrame < 1 || format.mChannelsPerFrame > 8 || format.mFramesPerPacket != 1) return 0;
     if (format.mBytesPerFrame != format.mChannelsPerFrame * format.mBitsPerChannel / 8) return 0;

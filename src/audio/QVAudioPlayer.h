@@ -12,9 +12,6 @@ namespace qm {
 
 class QVAudioPlayer;
 
-// mFormatID of linear PCM ('lpcm'), the only format the output plays.
-inline constexpr uint32_t kQVAudioPlayerFormatLinearPCM = 0x6C70636D;
-
 // The source of the sound an output plays. Every call comes on the output's own thread.
 class QVAudioPlayerDelegate {
 public:

@@ -34,7 +34,6 @@ inline constexpr uint32_t kAudioFormatMPEG4AAC = 0x61616320;     // 'aac '
 inline constexpr uint32_t kAudioFormatMPEG4AAC_HE = 0x61616368;  // 'aach'
 inline constexpr uint32_t kAudioFormatMPEGLayer3 = 0x2E6D7033;   // '.mp3'
 inline constexpr uint32_t kAudioFormatAppleIMA4 = 0x696D6134;    // 'ima4'
-inline constexpr uint32_t kAudioFormatLinearPCM = 0x6C70636D;    // 'lpcm'
 
 // Video codec names.
 inline constexpr std::string_view AVVideoCodecTypeH264 = "avc1";

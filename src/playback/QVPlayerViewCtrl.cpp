@@ -32,14 +32,7 @@ QVPlayerViewCtrl::~QVPlayerViewCtrl() {
 }
 
 AudioStreamBasicDescription QVPlayerViewCtrl::defaultAudioStreamBasicDescription() {
-    return {.mSampleRate = 48000.0,
-            .mFormatID = kQVAudioPlayerFormatLinearPCM,
-            .mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
-            .mBytesPerPacket = 8,
-            .mFramesPerPacket = 1,
-            .mBytesPerFrame = 8,
-            .mChannelsPerFrame = 2,
-            .mBitsPerChannel = 32};
+    return linearPCMDescription(48000.0, 2, 32, true);
 }
 
 void QVPlayerViewCtrl::setView(QVPlayerViewInterface* view) {

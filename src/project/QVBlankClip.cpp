@@ -61,13 +61,10 @@ std::string QVBlankClip::title() const { return "Blank"; }
 Image QVBlankClip::outputImage() const { return PSTransitionBase::colorImage(_color, {{0, 0}, sourceSize()}); }
 
 std::shared_ptr<const Bitmap> QVBlankClip::outputCgImage() {
-    if (auto cached = _cacheImage.load()) return cached;
-    auto bitmap = QMCommon::CGImageConvertFromCIImage(outputImage());
-    _cacheImage.store(bitmap);
-    return bitmap;
+    return _cacheImage.bitmap([this] { return QMCommon::CGImageConvertFromCIImage(outputImage()); });
 }
 
-void QVBlankClip::resetCacheImage() { _cacheImage.store(nullptr); }
+void QVBlankClip::resetCacheImage() { _cacheImage.reset(); }
 
 Image QVBlankClip::imageAtSourceTimestamp(int64_t) { return outputImage(); }
 

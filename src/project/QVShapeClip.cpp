@@ -263,10 +263,7 @@ std::shared_ptr<const Bitmap> QVShapeClip::createShapeImage() const {
 }
 
 std::shared_ptr<const Bitmap> QVShapeClip::outputCgImage() {
-    if (auto cached = _cacheImage.load()) return cached;
-    auto bitmap = createShapeImage();
-    _cacheImage.store(bitmap);
-    return bitmap;
+    return _cacheImage.bitmap([this] { return createShapeImage(); });
 }
 
 Image QVShapeClip::outputImage() {
@@ -276,7 +273,7 @@ Image QVShapeClip::outputImage() {
 
 std::string QVShapeClip::title() const { return "Custom Shape"; }
 
-void QVShapeClip::resetCacheImage() { _cacheImage.store(nullptr); }
+void QVShapeClip::resetCacheImage() { _cacheImage.reset(); }
 
 Image QVShapeClip::imageAtSourceTimestamp(int64_t) { return outputImage(); }
 

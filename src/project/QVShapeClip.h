@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -8,6 +7,7 @@
 
 #include "platform/BezierPath.h"
 #include "platform/Color.h"
+#include "project/BitmapCache.h"
 #include "project/QVClip.h"
 
 namespace qm {
@@ -123,7 +123,7 @@ protected:
 
 private:
     BezierPath _path;
-    std::atomic<std::shared_ptr<const Bitmap>> _cacheImage;
+    BitmapCache _cacheImage;
     std::optional<Color> _fillColor = Color::clear();
     std::optional<Color> _strokeColor = Color{1, 1, 0, 1};
     double _lineWidth = 1.0;

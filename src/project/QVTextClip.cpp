@@ -272,10 +272,7 @@ std::shared_ptr<const Bitmap> QVTextClip::createTextImage() const {
 }
 
 std::shared_ptr<const Bitmap> QVTextClip::outputCgImage() {
-    if (auto cached = _cacheImage.load()) return cached;
-    auto bitmap = createTextImage();
-    _cacheImage.store(bitmap);
-    return bitmap;
+    return _cacheImage.bitmap([this] { return createTextImage(); });
 }
 
 Image QVTextClip::outputImage() { return Image::imageWithBitmap(outputCgImage()); }
@@ -288,7 +285,7 @@ std::string QVTextClip::title() const {
     return title;
 }
 
-void QVTextClip::resetCacheImage() { _cacheImage.store(nullptr); }
+void QVTextClip::resetCacheImage() { _cacheImage.reset(); }
 
 Image QVTextClip::imageAtSourceTimestamp(int64_t) { return outputImage(); }
 

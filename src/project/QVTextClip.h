@@ -1,6 +1,5 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -9,6 +8,7 @@
 #include "platform/AttributedString.h"
 #include "platform/Color.h"
 #include "platform/Font.h"
+#include "project/BitmapCache.h"
 #include "project/QVClip.h"
 
 namespace qm {
@@ -58,7 +58,7 @@ protected:
 
 private:
     std::optional<Color> _color = Color::black();
-    std::atomic<std::shared_ptr<const Bitmap>> _cacheImage;
+    BitmapCache _cacheImage;
 };
 
 // A block of styled text on a rounded plate. One style holds for the whole text: every style
@@ -177,7 +177,7 @@ private:
     AttributedString _textStorage;
     std::optional<Color> _backgroundColor = Color::colorWithWhite(0, 0.5);
     double _backgroundRoundRadius = 4.0;
-    std::atomic<std::shared_ptr<const Bitmap>> _cacheImage;
+    BitmapCache _cacheImage;
 };
 
 // Questions about font families that text clips ask. One shared instance.

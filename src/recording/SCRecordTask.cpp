@@ -10,7 +10,6 @@ namespace qm {
 
 namespace {
 
-constexpr uint32_t kLinearPCM = 0x6C70636D;  // 'lpcm'
 
 bool isZeroRect(const Rect& rect) {
     return rect.minX() == 0 && rect.minY() == 0 && rect.width() == 0 && rect.height() == 0;
@@ -131,16 +130,7 @@ std::pair<int32_t, int32_t> SCRecordTask::videoDimensions() const {
 AudioStreamBasicDescription SCRecordTask::currentABSD() {
     std::lock_guard lock(_lock);
     if (!_currentABSD || _currentABSD->mSampleRate == 0) {
-        AudioStreamBasicDescription description;
-        description.mSampleRate = 48000.0;
-        description.mFormatID = kLinearPCM;
-        description.mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked;
-        description.mBytesPerPacket = 8;
-        description.mFramesPerPacket = 1;
-        description.mBytesPerFrame = 8;
-        description.mChannelsPerFrame = 2;
-        description.mBitsPerChannel = 32;
-        _currentABSD = description;
+        _currentABSD = linearPCMDescription(48000.0, 2, 32, true);
     }
     return *_currentABSD;
 }
@@ -152,7 +142,7 @@ void SCRecordTask::setCurrentABSD(const AudioStreamBasicDescription& description
 
 CaptureAudioSettings SCRecordTask::dictionSettingsWithABSD(const AudioStreamBasicDescription& description) {
     CaptureAudioSettings settings;
-    settings.formatID = kLinearPCM;
+    settings.formatID = kAudioFormatLinearPCM;
     settings.sampleRate = static_cast<float>(description.mSampleRate);
     settings.numberOfChannels = description.mChannelsPerFrame;
     settings.bitDepth = description.mBitsPerChannel;

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 
 AudioStreamBasicDescription floatStereo() {
     return {.mSampleRate = 48000,
-            .mFormatID = kQVAudioPlayerFormatLinearPCM,
+            .mFormatID = kAudioFormatLinearPCM,
             .mFormatFlags = kAudioFormatFlagIsFloat | kAudioFormatFlagIsPacked,
             .mBytesPerPacket = 8,
             .mFramesPerPacket = 1,

@@ -55,4 +55,13 @@ private:
     ScopedEnvironment _environment;
 };
 
+// What a shell command printed (standard output and error together) and how it ended.
+struct ShellRun {
+    int exitCode = -1;  // -1 when it did not exit normally
+    std::string output;
+};
+
+// Runs `command` through the shell to its end.
+ShellRun runShellCommand(const std::string& command);
+
 }  // namespace qm::test

@@ -1,9 +1,6 @@
 // The command-line host, run as a child process in private user folders.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -16,22 +13,11 @@
 namespace qm {
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
+using CliRun = test::ShellRun;
 
 // Runs the host with `arguments` (already quoted for the shell).
 CliRun quormedia(const std::string& arguments) {
-    const std::string command = std::string(QUORMEDIA_CLI) + " " + arguments + " 2>&1";
-    CliRun run;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[4096];
-    while (const size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) run.output.append(buffer, n);
-    const int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return test::runShellCommand(std::string(QUORMEDIA_CLI) + " " + arguments);
 }
 
 class QuormediaCliTest : public ::testing::Test {

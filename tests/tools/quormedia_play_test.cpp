@@ -1,9 +1,6 @@
 // `quormedia play` where no window can open, run as a child process.
 #include <gtest/gtest.h>
 
-#include <sys/wait.h>
-
-#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -12,22 +9,11 @@
 namespace qm {
 namespace {
 
-struct CliRun {
-    int exitCode = -1;
-    std::string output;  // stdout and stderr together
-};
+using CliRun = test::ShellRun;
 
 // Runs the host with `arguments` (already quoted for the shell) after `environment` settings.
 CliRun quormedia(const std::string& environment, const std::string& arguments) {
-    const std::string command = "env " + environment + " " + QUORMEDIA_CLI + " " + arguments + " 2>&1";
-    CliRun run;
-    FILE* pipe = ::popen(command.c_str(), "r");
-    if (!pipe) return run;
-    char buffer[4096];
-    while (const size_t n = std::fread(buffer, 1, sizeof buffer, pipe)) run.output.append(buffer, n);
-    const int status = ::pclose(pipe);
-    run.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-    return run;
+    return test::runShellCommand("env " + environment + " " + QUORMEDIA_CLI + " " + arguments);
 }
 
 size_t lineCount(const std::string& text) {

@@ -12,8 +12,6 @@ namespace qm {
 
 namespace {
 
-constexpr uint32_t kLinearPCM = 0x6C70636D;  // 'lpcm'
-
 // A blocking connection to the sound server for questions about its sources.
 class PulseQuery {
 public:
@@ -149,20 +147,6 @@ private:
 };
 
 }  // namespace
-
-AudioStreamBasicDescription linearPCMDescription(double sampleRate, uint32_t channels, uint32_t bits, bool isFloat) {
-    AudioStreamBasicDescription description;
-    description.mSampleRate = sampleRate;
-    description.mFormatID = kLinearPCM;
-    description.mFormatFlags =
-        kAudioFormatFlagIsPacked | (isFloat ? kAudioFormatFlagIsFloat : kAudioFormatFlagIsSignedInteger);
-    description.mChannelsPerFrame = channels;
-    description.mBitsPerChannel = bits;
-    description.mBytesPerFrame = channels * bits / 8;
-    description.mFramesPerPacket = 1;
-    description.mBytesPerPacket = description.mBytesPerFrame;
-    return description;
-}
 
 bool PulseMicrophone::serverAnswers() { return PulseQuery().ready(); }
 

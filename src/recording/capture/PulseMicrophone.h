@@ -30,7 +30,4 @@ private:
         : CaptureDevice(sourceName, std::move(description), CaptureMediaType::audio, std::move(formats)) {}
 };
 
-// The stream description of interleaved PCM: 32-bit float, or signed integers of `bits`.
-AudioStreamBasicDescription linearPCMDescription(double sampleRate, uint32_t channels, uint32_t bits, bool isFloat);
-
 }  // namespace qm

@@ -1,63 +1,17 @@
 #include <gtest/gtest.h>
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <QApplication>
 #include <QImage>
-#include <csignal>
 #include <cstdlib>
-#include <cstring>
 #include <memory>
-#include <string>
+#include <stdexcept>
 
 #include "playback/views/QVOpenGLLayer.h"
 #include "playback/views/QVPlayerView.h"
-
-extern char** environ;
+#include "support/HeadlessDesktop.h"
 
 namespace qm {
 namespace {
-
-// An X server of its own on a free display, stopped by its pid (and by itself when its last
-// client goes, should the test die first).
-class PrivateXServer {
-public:
-    PrivateXServer() {
-        int pipeFds[2];
-        if (pipe(pipeFds) != 0) return;
-        const std::string fd = std::to_string(pipeFds[1]);
-        const char* argv[] = {"Xvfb",       "-displayfd", fd.c_str(), "-screen",    "0",
-                              "640x480x24", "-nolisten",  "tcp",      "-terminate", nullptr};
-        // Its output goes nowhere, so that no pipe of the test's stays open behind it.
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-        if (posix_spawnp(&_pid, "Xvfb", &actions, nullptr, const_cast<char**>(argv), environ) != 0) _pid = 0;
-        posix_spawn_file_actions_destroy(&actions);
-        close(pipeFds[1]);
-        char number[16] = {};
-        const ssize_t read = _pid ? ::read(pipeFds[0], number, sizeof number - 1) : 0;
-        close(pipeFds[0]);
-        if (read > 0) _display = ":" + std::string(number, strcspn(number, "\n"));
-    }
-    ~PrivateXServer() {
-        if (_pid <= 0) return;
-        kill(_pid, SIGTERM);
-        waitpid(_pid, nullptr, 0);
-    }
-    PrivateXServer(const PrivateXServer&) = delete;
-    PrivateXServer& operator=(const PrivateXServer&) = delete;
-
-    // Empty when the server did not start.
-    const std::string& display() const { return _display; }
-
-private:
-    pid_t _pid = 0;
-    std::string _display;
-};
 
 class Picture : public QVOpenGLLayerDataSource {
 public:
@@ -70,9 +24,11 @@ public:
 class OpenGLLayerTest : public ::testing::Test {
 protected:
     static void SetUpTestSuite() {
-        server = std::make_unique<PrivateXServer>();
-        if (server->display().empty()) return;
-        setenv("DISPLAY", server->display().c_str(), 1);
+        try {
+            server = std::make_unique<test::PrivateDisplay>(640, 480);
+        } catch (const std::runtime_error&) {
+            return;
+        }
         setenv("QT_QPA_PLATFORM", "xcb", 1);
         application = std::make_unique<QApplication>(argc, argv);
     }
@@ -100,7 +56,7 @@ protected:
     static inline int argc = 1;
     static inline char name[] = "opengl_layer_test";
     static inline char* argv[] = {name, nullptr};
-    static inline std::unique_ptr<PrivateXServer> server;
+    static inline std::unique_ptr<test::PrivateDisplay> server;
     static inline std::unique_ptr<QApplication> application;
 
     Picture picture;
